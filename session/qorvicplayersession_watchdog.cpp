@@ -1,0 +1,2 @@
+// placeholder: filled in by the adaptor work
+#include "qorvicplayersession_p.h"

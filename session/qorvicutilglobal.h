@@ -1,0 +1,12 @@
+#ifndef QORVICUTILGLOBAL_H
+#define QORVICUTILGLOBAL_H
+
+#include <QtCore/qglobal.h>
+
+#if defined(ORVICUTIL_LIBRARY)
+#  define Q_ORVICUTIL_EXPORT Q_DECL_EXPORT
+#else
+#  define Q_ORVICUTIL_EXPORT Q_DECL_IMPORT
+#endif
+
+#endif // QORVICUTILGLOBAL_H

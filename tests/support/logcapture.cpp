@@ -1,0 +1,113 @@
+#include "logcapture.h"
+
+#include <QtCore/QMutexLocker>
+
+#include <atomic>
+
+namespace orvictest {
+
+namespace {
+std::atomic<LogCapture *> g_current{nullptr};
+}
+
+LogCapture::LogCapture()
+{
+    g_current.store(this);
+    m_previous = qInstallMessageHandler(&LogCapture::handler);
+}
+
+LogCapture::~LogCapture()
+{
+    qInstallMessageHandler(m_previous);
+    g_current.store(nullptr);
+}
+
+void LogCapture::handler(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (LogCapture *self = g_current.load()) {
+        self->append({type, message, QString::fromUtf8(context.file), QString::fromUtf8(context.function),
+                      context.line, QString::fromUtf8(context.category)});
+    }
+}
+
+void LogCapture::append(const LogEntry &entry)
+{
+    QMutexLocker lock(&m_mutex);
+    m_entries.append(entry);
+}
+
+QList<LogEntry> LogCapture::entries() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_entries;
+}
+
+QStringList LogCapture::lines() const
+{
+    QMutexLocker lock(&m_mutex);
+    QStringList out;
+    for (const LogEntry &e : m_entries)
+        out.append(e.text);
+    return out;
+}
+
+void LogCapture::clear()
+{
+    QMutexLocker lock(&m_mutex);
+    m_entries.clear();
+}
+
+QRegularExpression LogCapture::pattern(const QString &expected)
+{
+    QString re = QRegularExpression::escape(expected);
+    re.replace(QLatin1String("\\#"), QLatin1String("[0-9]+"));
+    re.replace(QLatin1Char('#'), QLatin1String("[0-9]+"));
+    return QRegularExpression(QRegularExpression::anchoredPattern(re));
+}
+
+int LogCapture::count(const QString &expected) const
+{
+    const QRegularExpression re = pattern(expected);
+    int n = 0;
+    for (const QString &l : lines()) {
+        if (re.match(l).hasMatch())
+            ++n;
+    }
+    return n;
+}
+
+int LogCapture::indexOf(const QString &expected, int from) const
+{
+    const QRegularExpression re = pattern(expected);
+    const QStringList all = lines();
+    for (int i = qMax(0, from); i < all.size(); ++i) {
+        if (re.match(all.at(i)).hasMatch())
+            return i;
+    }
+    return -1;
+}
+
+bool LogCapture::containsInOrder(const QStringList &expected) const
+{
+    int from = 0;
+    for (const QString &e : expected) {
+        const int at = indexOf(e, from);
+        if (at < 0)
+            return false;
+        from = at + 1;
+    }
+    return true;
+}
+
+QStringList LogCapture::matching(const QString &regex) const
+{
+    const QRegularExpression re(regex);
+    QStringList out;
+    for (const QString &l : lines()) {
+        if (re.match(l).hasMatch())
+            out.append(l);
+    }
+    return out;
+}
+
+} // namespace orvictest

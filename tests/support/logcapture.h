@@ -1,0 +1,57 @@
+// Captures the library's log lines through the Qt message handler.
+// Expected lines are written as the library prints them with "#" standing for
+// the source line number, e.g. "D/OPSession manageActList(#):send msg 6 ".
+#ifndef ORVICTEST_LOGCAPTURE_H
+#define ORVICTEST_LOGCAPTURE_H
+
+#include <QtCore/QList>
+#include <QtCore/QMutex>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+namespace orvictest {
+
+struct LogEntry {
+    QtMsgType type;
+    QString text;
+    QString file;
+    QString function;
+    int line;
+    QString category;
+};
+
+class LogCapture
+{
+public:
+    LogCapture();   // installs the handler; nested captures are not supported
+    ~LogCapture();  // restores the previous handler
+
+    QList<LogEntry> entries() const;
+    QStringList lines() const;
+    void clear();
+
+    // Regular expression for an expected line ("#" = any line number).
+    static QRegularExpression pattern(const QString &expected);
+    // Number of captured lines matching `expected` exactly.
+    int count(const QString &expected) const;
+    bool contains(const QString &expected) const { return count(expected) > 0; }
+    // Index of the first line at or after `from` matching `expected`, or -1.
+    int indexOf(const QString &expected, int from = 0) const;
+    // True when the expected lines occur in this order (other lines may lie between).
+    bool containsInOrder(const QStringList &expected) const;
+    // Lines that match any of the expected patterns, in capture order.
+    QStringList matching(const QString &regex) const;
+
+private:
+    static void handler(QtMsgType type, const QMessageLogContext &context, const QString &message);
+    void append(const LogEntry &entry);
+
+    mutable QMutex m_mutex;
+    QList<LogEntry> m_entries;
+    QtMessageHandler m_previous;
+};
+
+} // namespace orvictest
+
+#endif // ORVICTEST_LOGCAPTURE_H
