@@ -81,9 +81,9 @@ void tst_AdaptorOpen::init()
 
 void tst_AdaptorOpen::cleanup()
 {
-    if (h && h->checker)
-        QCOMPARE(h->checker->violations(), QStringList());
+    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
     h.reset();
+    QCOMPARE(violations, QStringList());
 }
 
 void tst_AdaptorOpen::openLocalMedium()

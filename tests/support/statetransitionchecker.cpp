@@ -20,6 +20,8 @@ StateTransitionChecker::~StateTransitionChecker()
 
 bool StateTransitionChecker::announced(State from, State to)
 {
+    if (from == to)
+        return true;   // re-announced after a refused or failed command
     switch (to) {
     case S::Player_Initialized:
     case S::Player_Preparing:
@@ -31,7 +33,7 @@ bool StateTransitionChecker::announced(State from, State to)
         return true;
     case S::Player_Prepared:
     case S::Player_Stop:
-        return from == S::Player_Preparing || from == to;
+        return from == S::Player_Preparing;
     case S::Player_Idle:
     case S::Player_SB:
         return false;

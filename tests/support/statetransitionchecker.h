@@ -11,7 +11,8 @@
 //   X -> X                    the state re-announced after a refused or failed command
 // A failed open (from Idle, Initialized, Stop or Preparing) and a failed play
 // (from Prepared, FF .. Pause) store Stop without announcing it, so the next
-// announcement may also start from Stop. Idle and SB are never announced.
+// announcement may also start from Stop. Idle and SB are only ever
+// re-announced, never entered by an announcement.
 #ifndef ORVICTEST_STATETRANSITIONCHECKER_H
 #define ORVICTEST_STATETRANSITIONCHECKER_H
 
