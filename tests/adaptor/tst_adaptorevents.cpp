@@ -396,9 +396,9 @@ void tst_AdaptorEvents::resumeDataWithoutData()
 
 void tst_AdaptorEvents::queuedToOwnerThread()
 {
-    Receiver receiver(h->session.get());
     h->d->setSubtitleOnOff(true);
     h->clear();
+    Receiver receiver(h->session.get());
     CallBack *callBack = sink();
     std::vector<unsigned char> bytes = resumeBytes();
     char line[] = "Hello";
