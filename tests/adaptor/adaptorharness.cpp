@@ -196,24 +196,49 @@ AdaptorHarness::~AdaptorHarness()
 
 void AdaptorHarness::useMedium(Medium medium)
 {
-    switch (medium) {
+    m_medium = medium;
+    installSetups();
+}
+
+void AdaptorHarness::alsoForNewPlayers(std::function<void(ScriptedPlayer *)> setup)
+{
+    m_extraPlayerSetup = std::move(setup);
+    installSetups();
+}
+
+void AdaptorHarness::installSetups()
+{
+    using PlayerSetup = void (*)(ScriptedPlayer *);
+    using ReaderSetup = void (*)(ScriptedMetaData *);
+    PlayerSetup player = nullptr;
+    ReaderSetup reader = nullptr;
+    switch (m_medium) {
     case Medium::Plain:
-        engine.onNewPlayer(nullptr);
-        engine.onNewMetaData(nullptr);
         break;
     case Medium::LocalVideo:
-        engine.onNewPlayer([](ScriptedPlayer *p) { media::localVideo(p); });
-        engine.onNewMetaData([](ScriptedMetaData *r) { media::localVideo(r); });
+        player = media::localVideo;
+        reader = media::localVideo;
         break;
     case Medium::AudioOnly:
-        engine.onNewPlayer([](ScriptedPlayer *p) { media::audioOnly(p); });
-        engine.onNewMetaData([](ScriptedMetaData *r) { media::audioOnly(r); });
+        player = media::audioOnly;
+        reader = media::audioOnly;
         break;
     case Medium::WithoutSubtitles:
-        engine.onNewPlayer([](ScriptedPlayer *p) { media::withoutSubtitles(p); });
-        engine.onNewMetaData([](ScriptedMetaData *r) { media::withoutSubtitles(r); });
+        player = media::withoutSubtitles;
+        reader = media::withoutSubtitles;
         break;
     }
+    const std::function<void(ScriptedPlayer *)> extra = m_extraPlayerSetup;
+    engine.onNewPlayer([player, extra](ScriptedPlayer *p) {
+        if (player)
+            player(p);
+        if (extra)
+            extra(p);
+    });
+    engine.onNewMetaData([reader](ScriptedMetaData *r) {
+        if (reader)
+            reader(r);
+    });
 }
 
 void AdaptorHarness::start(QMediaPlayer::Flags flags)

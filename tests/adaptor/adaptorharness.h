@@ -13,6 +13,7 @@
 
 #include <QtCore/QStringList>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -48,6 +49,8 @@ public:
     // Scripts every player and reader created from now on for `medium`
     // (Plain: the scripted engine's defaults).
     void useMedium(Medium medium);
+    // A further set-up of every new player, applied after the medium's.
+    void alsoForNewPlayers(std::function<void(ScriptedPlayer *)> setup);
     // Creates the session (engine set-ups given to engine.onNew...() apply)
     // and clears everything recorded during construction.
     void start(QMediaPlayer::Flags flags = QMediaPlayer::Flags());
@@ -80,6 +83,10 @@ public:
     std::unique_ptr<StateTransitionChecker> checker;
 
 private:
+    void installSetups();
+
+    Medium m_medium = Medium::Plain;
+    std::function<void(ScriptedPlayer *)> m_extraPlayerSetup;
     std::vector<std::unique_ptr<QOrvicPlayerSession>> m_extra;
     void (*m_previousSleep)(unsigned long);
 };
