@@ -330,6 +330,7 @@ void tst_AdaptorStreams::lockedOnlyWhileSwitchingAudio()
 void tst_AdaptorStreams::setSubtitleNum()
 {
     openMedium(Medium::LocalVideo);
+    QVERIFY(h->d->mMetaData.subtitleAttribute);
     QCOMPARE(h->d->mMetaDataMap.value(QMediaMetaData::SubtitleId).toInt(), 0);
     QSignalSpy maps(h->session.get(), &S::metadataChanged);
 
@@ -352,6 +353,7 @@ void tst_AdaptorStreams::setSubtitleNum()
 void tst_AdaptorStreams::setSubtitleNumKeepsTheSessionsSwitch()
 {
     openMedium(Medium::LocalVideo);
+    QVERIFY(h->d->mMetaData.subtitleAttribute);
     h->d->setSubtitleOnOff(true);
     h->clear();
     QSignalSpy maps(h->session.get(), &S::metadataChanged);
@@ -407,6 +409,7 @@ void tst_AdaptorStreams::setSubtitleOnOff()
 {
     QFETCH(bool, on);
     openMedium(Medium::LocalVideo);
+    QVERIFY(h->d->mMetaData.subtitleAttribute);
     if (!on) {
         h->d->setSubtitleOnOff(true);
         h->clear();
@@ -431,6 +434,7 @@ void tst_AdaptorStreams::setSubtitleOnOff()
 void tst_AdaptorStreams::setSubtitleOnOffFails()
 {
     openMedium(Medium::LocalVideo);
+    QVERIFY(h->d->mMetaData.subtitleAttribute);
     h->player()->script().push("setParameter", -1);
 
     h->d->setSubtitleOnOff(true);
