@@ -43,3 +43,7 @@ void releaseSubtitleBlock(QOrvicPlayerSession::PlayerMetaData &meta)
 }
 
 } // namespace QOrvicMetaData
+
+// The meta-object lives with the class, so that linking the metadata session
+// does not drag in every other moc'd class of the library.
+#include "moc_qorvicmetadatasession.cpp"
