@@ -118,12 +118,10 @@ void QOrvicMetaDataSession::updateAudioMetadata(QOrvicPlayerSession::PlayerMetaD
                audio->audioStreamNum, audio->channel, audio->samplingRate, audio->bitRate, audio->bitDepth,
                fieldBytes(audio->language).constData(), fieldBytes(audio->codec).constData());
 
-    if (!audio->id3Info) {
-        audio->id3Info = static_cast<QOrvicPlayerSession::Id3Info *>(
-            std::malloc(sizeof(QOrvicPlayerSession::Id3Info)));
-        if (!audio->id3Info)
-            return;
-    }
+    // The audio block is new, so is its tag block.
+    audio->id3Info = static_cast<QOrvicPlayerSession::Id3Info *>(std::malloc(sizeof(QOrvicPlayerSession::Id3Info)));
+    if (!audio->id3Info)
+        return;
     std::memset(static_cast<void *>(audio->id3Info), 0, sizeof(QOrvicPlayerSession::Id3Info));
     OPMETA_LOG("D/OPMetaSession %s(%d):id3 string max length is %d", kTagTextMax);
     fetchTags(mSPMetaData, *audio->id3Info);
