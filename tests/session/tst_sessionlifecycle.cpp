@@ -7,10 +7,12 @@
 #include "sessionrecorder.h"
 
 #include <QtCore/QPointer>
+#include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
 
 #include <cstdlib>
 #include <memory>
+#include <thread>
 
 using namespace orvictest;
 using Session = QOrvicPlayerSession;
@@ -92,6 +94,7 @@ private Q_SLOTS:
     void initPropertySetResult();
     void initNumbersPlayers();
     void initOnAdaptor();
+    void initAndResetTakeNoOtherLock();
     void initWithoutEngineObjects_data();
     void initWithoutEngineObjects();
     void releaseWithoutEngine();
@@ -353,6 +356,7 @@ void tst_SessionLifecycle::initOnAdaptor()
     adaptor.mIsStopping.storeRelease(true);
     adaptor.mIsNetwork = true;
     adaptor.mDispatchState.storeRelease(2);
+    adaptor.mPlaybackRate = 2.5f;
     Session::VideoAttribute video;
     Session::AudioAttribute audio;
     Session::SubtitleAttribute subtitle;
@@ -373,6 +377,40 @@ void tst_SessionLifecycle::initOnAdaptor()
     QCOMPARE(adaptor.mPlaybackRate, 1.0f);
     QCOMPARE(session.state(), Session::Player_Initialized);
     adaptor.mDispatchState.storeRelease(0);
+}
+
+// init takes no lock at all and reset only the reset lock: both complete on a
+// thread of their own while this thread holds every other lock of the adaptor.
+void tst_SessionLifecycle::initAndResetTakeNoOtherLock()
+{
+    Session session(QMediaPlayer::Flags{});
+    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate adaptor(QMediaPlayer::Flags{});
+    adaptor.q = &session;
+    QOrvicPlayerSessionPrivate *const adaptors[] = {&adaptor, d};
+    for (QOrvicPlayerSessionPrivate *a : adaptors) {
+        a->mPlayerLock.lock();
+        a->mMessageWaitLock.lock();
+        a->mListLock.lock();
+        a->mAckLock.lock();
+    }
+    QSemaphore done;
+    std::thread worker([&] {
+        adaptor.init();
+        d->reset();
+        done.release();
+    });
+    const bool finished = done.tryAcquire(1, 30000);
+    for (QOrvicPlayerSessionPrivate *a : adaptors) {
+        a->mAckLock.unlock();
+        a->mListLock.unlock();
+        a->mMessageWaitLock.unlock();
+        a->mPlayerLock.unlock();
+    }
+    worker.join();
+    QVERIFY(finished);
+    QCOMPARE(adaptor.mCurrentState, Session::Player_Initialized);
+    QCOMPARE(m_engine->createdPlayers(), 3);
 }
 
 // An engine or reader that could not be created: the session still comes up;
@@ -516,12 +554,20 @@ void tst_SessionLifecycle::resetSequence()
     answers << "stopped" << "running";
     m_properties->scriptGet(kStatusKey, answers);
     m_properties->scriptSetResult(setResult);
-    bool lockedWhilePolling = true;
-    m_properties->onGet(kStatusKey, [&](int) {
+    // Held from the release through the stop wait to the end of init.
+    int checks = 0;
+    bool lockedThroughout = true;
+    const auto checkLocked = [&] {
+        ++checks;
         if (d->mResetLock.tryLock()) {
-            lockedWhilePolling = false;
+            lockedThroughout = false;
             d->mResetLock.unlock();
         }
+    };
+    m_properties->onGet(kStatusKey, [&](int) { checkLocked(); });
+    m_log->setObserver([&](const LogEntry &e) {
+        if (e.text.endsWith(QLatin1String(" called")) || e.text.contains(QLatin1String("init volume")))
+            checkLocked();
     });
     m_properties->clearLog();
     m_engine->recorder().clear();
@@ -529,12 +575,14 @@ void tst_SessionLifecycle::resetSequence()
     g_sleeps.clear();
 
     d->reset();
+    m_log->setObserver(nullptr);
 
     QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.stop", "psserver"}, {"ctl.start", "psserver"}}));
     QCOMPARE(m_properties->getCount(kStatusKey), notStopped + 2);
     QCOMPARE(g_sleeps.size(), notStopped);
     QVERIFY(std::all_of(g_sleeps.cbegin(), g_sleeps.cend(), [](unsigned long ms) { return ms == 5; }));
-    QVERIFY(lockedWhilePolling);
+    QVERIFY(lockedThroughout);
+    QVERIFY(checks >= notStopped + 5);
     QVERIFY(d->mResetLock.tryLock());
     d->mResetLock.unlock();
 

@@ -353,7 +353,8 @@ void tst_SessionQueue::dispatchTable_data()
     QTest::newRow("Msg_SubtitleNum") << int(Session::Msg_SubtitleNum) << QVariant(1) << "setSubtitleNum";
     QTest::newRow("Msg_AudioStream") << int(Session::Msg_AudioStream) << QVariant(1) << "setAudioStream";
     QTest::newRow("Msg_SubtitleOnOff") << int(Session::Msg_SubtitleOnOff) << QVariant(false) << "setSubtitleOnOff";
-    QTest::newRow("Msg_setResumeData") << int(Session::Msg_setResumeData) << QVariant::fromValue(resume) << "setResumeData";
+    // setResumeData is empty by design: nothing to see but the queue's own lines.
+    QTest::newRow("Msg_setResumeData") << int(Session::Msg_setResumeData) << QVariant::fromValue(resume) << QString();
     QTest::newRow("Msg_SetVideoOnOff") << int(Session::Msg_SetVideoOnOff) << QVariant(true) << "setVideoOnOff";
     QTest::newRow("Msg_SetAudioOnOff") << int(Session::Msg_SetAudioOnOff) << QVariant(false) << "setAudioOnOff";
 }
@@ -367,6 +368,10 @@ void tst_SessionQueue::dispatchTable()
     m_session->manageActList(msg(id), param);
     COMPARE_LINES(frontLines(), directLines(id));
     const QStringList ops = adaptorOperations();
+    if (operation.isEmpty()) {
+        QCOMPARE(ops, QStringList());
+        return;
+    }
     QVERIFY2(!ops.isEmpty() && ops.first() == operation, qPrintable(ops.join(QLatin1Char(' '))));
     // Between the acknowledge and the done line.
     const int ack = m_log->indexOf(ackLine());

@@ -1,13 +1,14 @@
 // Minimal stand-ins for engine adaptor operations that the library does not
 // define yet (see adaptorstandin.cmake, which enables exactly the missing ones).
 //
-// Each stand-in does what every adaptor operation is documented to begin with,
-// the verbose "called" line, and nothing the tests could mistake for real engine
-// work: no engine call, no state change, no signal. setVolume also writes its
-// documented first line, which carries the value, so that tests can see which
-// value reached the adaptor; the readers answer what the adaptor answers right
-// after init (no trick play, nothing playing). Tests assert only what holds for
-// these stand-ins and for the real operations alike.
+// Each stand-in writes only what its adaptor operation is documented to begin
+// with: mostly the verbose "called" line, "rate:%f" for setPlaybackRate,
+// nothing for setResumeData (empty by design); setVolume also its second line,
+// which carries the value, so that tests can see which value reached the
+// adaptor. Nothing the tests could mistake for real engine work: no engine
+// call, no state change, no signal. The readers answer, silently, what the
+// adaptor answers right after init (no trick play, nothing playing). Tests
+// assert only what holds for these stand-ins and the real operations alike.
 #include "qorvicplayersession_p.h"
 #include "qorviclogging_p.h"
 
@@ -19,9 +20,9 @@ void QOrvicPlayerSessionPrivate::setMedia(QString)
 #endif
 
 #ifdef ORVIC_STANDIN_setResumeData
+// Empty by design, also in the real adaptor: not even the "called" line.
 void QOrvicPlayerSessionPrivate::setResumeData(QMediaPlayer::ResumeData *)
 {
-    OPSESSION_LOG("V/OPSession %s(%d) called");
 }
 #endif
 
@@ -54,9 +55,9 @@ void QOrvicPlayerSessionPrivate::seek(qint64)
 #endif
 
 #ifdef ORVIC_STANDIN_setPlaybackRate
-void QOrvicPlayerSessionPrivate::setPlaybackRate(qreal)
+void QOrvicPlayerSessionPrivate::setPlaybackRate(qreal rate)
 {
-    OPSESSION_LOG("V/OPSession %s(%d) called");
+    OPSESSION_LOG("D/OPSession %s(%d):rate:%f", rate);
 }
 #endif
 
