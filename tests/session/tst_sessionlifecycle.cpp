@@ -31,25 +31,6 @@ void recordSleep(unsigned long ms)
     g_sleeps.append(ms);
 }
 
-bool sameLines(const QStringList &actual, const QStringList &expected, QByteArray *why)
-{
-    bool ok = actual.size() == expected.size();
-    for (int i = 0; ok && i < actual.size(); ++i)
-        ok = LogCapture::pattern(expected.at(i)).match(actual.at(i)).hasMatch();
-    if (!ok) {
-        *why = "actual:\n  " + actual.join(QLatin1String("\n  ")).toUtf8()
-               + "\nexpected:\n  " + expected.join(QLatin1String("\n  ")).toUtf8();
-    }
-    return ok;
-}
-
-#define COMPARE_LINES(actual, expected)                                                    \
-    do {                                                                                   \
-        QByteArray why;                                                                    \
-        const bool same = sameLines((actual), (expected), &why);                           \
-        QVERIFY2(same, why.constData());                                                   \
-    } while (false)
-
 const char kInit[] = "void QOrvicPlayerSessionPrivate::init()";
 const char kReset[] = "void QOrvicPlayerSessionPrivate::reset()";
 const char kRelease[] = "void QOrvicPlayerSessionPrivate::release()";
@@ -242,7 +223,7 @@ void tst_SessionLifecycle::initPollsUntilRunning()
     });
     Session session(QMediaPlayer::Flags{});
 
-    COMPARE_LINES(m_log->linesFrom(QLatin1String(kInit)),
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kInit)),
                   (QStringList{QStringLiteral("V/OPSession init(#) called"), QStringLiteral("D/OPSession init(#):palyer id #"),
                                QStringLiteral("D/OPSession init(#):property_set ctl.start error "),
                                runningWarning(QString()), runningWarning(QString()), runningWarning(QString()),
@@ -261,7 +242,7 @@ void tst_SessionLifecycle::initWarningCarriesValue()
     m_properties->scriptGet(kStatusKey, QList<QByteArray>{"starting", "restarting", "running"});
     Session session(QMediaPlayer::Flags{});
     const QStringList warnings = m_log->matching(QStringLiteral("Warning: waiting psserver running"));
-    COMPARE_LINES(warnings, (QStringList{runningWarning(QStringLiteral("starting")),
+    ORVIC_COMPARE_LINES(warnings, (QStringList{runningWarning(QStringLiteral("starting")),
                                          runningWarning(QStringLiteral("restarting"))}));
     QCOMPARE(g_sleeps.size(), 2);
 }
@@ -290,7 +271,7 @@ void tst_SessionLifecycle::initPropertyGetFailure()
     QFETCH(int, pauses);
     m_properties->scriptGet(kStatusKey, answers);
     Session session(QMediaPlayer::Flags{});
-    COMPARE_LINES(m_log->linesFrom(QLatin1String(kInit)),
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kInit)),
                   QStringList({QStringLiteral("V/OPSession init(#) called"), QStringLiteral("D/OPSession init(#):palyer id #"),
                                QStringLiteral("D/OPSession init(#):property_set ctl.start error ")})
                       + polling
@@ -456,13 +437,13 @@ void tst_SessionLifecycle::releaseWithoutEngine()
     {
         QOrvicPlayerSessionPrivate adaptor(QMediaPlayer::Flags{});
         adaptor.release();
-        COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("V/OPSession release(#) called")});
+        ORVIC_COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("V/OPSession release(#) called")});
         adaptor.release();
-        COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession release(#) called"),
+        ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession release(#) called"),
                                                    QStringLiteral("V/OPSession release(#) called")}));
         m_log->clear();
     }
-    COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession ~QOrvicPlayerSessionPrivate(#) called"),
+    ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession ~QOrvicPlayerSessionPrivate(#) called"),
                                                QStringLiteral("V/OPSession release(#) called")}));
     QCOMPARE(m_engine->recorder().calls(), QStringList());
     QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{}));
@@ -495,7 +476,7 @@ void tst_SessionLifecycle::releaseOrder()
 
     d->release();
     QCOMPARE(calls.calls(), QStringList{QStringLiteral("metaSession destroyed")} + kEngineDown);
-    COMPARE_LINES(m_log->linesFrom(QLatin1String(kRelease)),
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kRelease)),
                   (QStringList{QStringLiteral("V/OPSession release(#) called"), QStringLiteral("D/OPSession release(#):stop start "),
                                QStringLiteral("D/OPSession release(#):stop:%1 ").arg(stopResult),
                                QStringLiteral("D/OPSession release(#):SPPlayer::destroy ")}));
@@ -514,7 +495,7 @@ void tst_SessionLifecycle::releaseOrder()
     calls.clear();
     m_log->clear();
     d->release();
-    COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("V/OPSession release(#) called")});
+    ORVIC_COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("V/OPSession release(#) called")});
     QCOMPARE(calls.calls(), QStringList());
 }
 
@@ -591,7 +572,7 @@ void tst_SessionLifecycle::resetSequence()
         resetLines << QStringLiteral("D/OPSession reset(#):property_set ctl.stop error ");
     for (int i = 0; i < warnings; ++i)
         resetLines << stoppedWarning(QStringLiteral("running"));
-    COMPARE_LINES(m_log->linesFrom(QLatin1String(kReset)), resetLines);
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kReset)), resetLines);
 
     // Release first, then the stop wait, then init with the saved values logged.
     QStringList order{QStringLiteral("V/OPSession release(#) called"), QStringLiteral("D/OPSession release(#):SPPlayer::destroy ")};
@@ -624,7 +605,7 @@ void tst_SessionLifecycle::destructorKeepsServiceRunning()
     QCOMPARE(m_properties->gets(), QList<QByteArray>());
     QCOMPARE(m_properties->storedValue(kStatusKey), QByteArray("running"));
     QCOMPARE(m_engine->recorder().calls(), kEngineDown);
-    COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession ~QOrvicPlayerSessionPrivate(#) called"),
+    ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession ~QOrvicPlayerSessionPrivate(#) called"),
                                                QStringLiteral("V/OPSession release(#) called"),
                                                QStringLiteral("D/OPSession release(#):stop start "),
                                                QStringLiteral("D/OPSession release(#):stop:0 "),
@@ -660,7 +641,7 @@ void tst_SessionLifecycle::id3PicWithoutMetaSession()
     sessionPrivate(&session)->release();
     m_log->clear();
     QVERIFY(session.getID3Pic().isNull());
-    COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("D/OPSession getID3Pic(#):mMetaSession is null")});
+    ORVIC_COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("D/OPSession getID3Pic(#):mMetaSession is null")});
 }
 
 QTEST_GUILESS_MAIN(tst_SessionLifecycle)

@@ -44,26 +44,7 @@ bool spinUntil(const std::function<bool()> &condition, int timeoutMs = kWaitMs)
     return true;
 }
 
-// Compares captured lines with expected ones ("#" = any number), all of them, in order.
-bool sameLines(const QStringList &actual, const QStringList &expected, QByteArray *why)
-{
-    bool ok = actual.size() == expected.size();
-    for (int i = 0; ok && i < actual.size(); ++i)
-        ok = LogCapture::pattern(expected.at(i)).match(actual.at(i)).hasMatch();
-    if (!ok) {
-        *why = "actual:\n  " + actual.join(QLatin1String("\n  ")).toUtf8()
-               + "\nexpected:\n  " + expected.join(QLatin1String("\n  ")).toUtf8();
-    }
-    return ok;
-}
-
-#define COMPARE_LINES(actual, expected)                                                    \
-    do {                                                                                   \
-        QByteArray why;                                                                    \
-        const bool same = sameLines((actual), (expected), &why);                           \
-        QVERIFY2(same, why.constData());                                                   \
-    } while (false)
-
+// The queue's own log lines ("#" = any number).
 const QString kLock = QStringLiteral("D/OPSession listLock(#):list lock!(#)");
 const QString kUnlock = QStringLiteral("D/OPSession listUnlock(#):list unlock!(#)");
 
@@ -204,7 +185,7 @@ void tst_SessionQueue::ownerThreadRunsBeforeReturn()
 {
     m_session->manageActList(Session::Msg_Volume, 30);
     // No event loop ran: everything happened inside the call.
-    COMPARE_LINES(frontLines(), directLines(6));
+    ORVIC_COMPARE_LINES(frontLines(), directLines(6));
     QVERIFY(m_log->containsInOrder({ackLine(), QStringLiteral("D/OPSession setVolume(#):set vol 30 org vol # ismute #"),
                                     doneLine(6)}));
     for (const LogEntry &e : m_log->entries())
@@ -221,12 +202,12 @@ void tst_SessionQueue::otherThreadRunsLaterOnOwner()
     });
     t.join();
     // Signalled, not picked up: the acknowledge mutex stays locked.
-    COMPARE_LINES(frontLines(), (QStringList{kLock, kUnlock, sendLine(6)}));
+    ORVIC_COMPARE_LINES(frontLines(), (QStringList{kLock, kUnlock, sendLine(6)}));
     QCOMPARE(d->mDispatchState.loadAcquire(), 1);
     QVERIFY(!d->mAckLock.tryLock());
 
     QTRY_VERIFY_WITH_TIMEOUT(m_log->contains(doneLine(6)), kWaitMs);
-    COMPARE_LINES(frontLines(), QStringList({kLock, kUnlock, sendLine(6)}) + receivedLines(6));
+    ORVIC_COMPARE_LINES(frontLines(), QStringList({kLock, kUnlock, sendLine(6)}) + receivedLines(6));
     const QList<LogEntry> entries = m_log->entries();
     for (int i = 0; i < entries.size(); ++i)
         QCOMPARE(entries.at(i).thread, i < 3 ? sender : QThread::currentThread());
@@ -258,7 +239,7 @@ void tst_SessionQueue::commandsGivenWhileOneRunsFollowInOrder()
 
     QVERIFY(given);
     QCOMPARE(waitingAfterGiving, 2);
-    COMPARE_LINES(frontLines(), QStringList({kLock, kUnlock, sendLine(0), handleLine(0), actLine(0), ackLine()})
+    ORVIC_COMPARE_LINES(frontLines(), QStringList({kLock, kUnlock, sendLine(0), handleLine(0), actLine(0), ackLine()})
                                     + QStringList({kLock, addLine(6), addDoneLine(), kUnlock})
                                     + QStringList({kLock, addLine(6), addDoneLine(), kUnlock})
                                     + QStringList({doneLine(0), kLock, kUnlock})
@@ -289,8 +270,8 @@ void tst_SessionQueue::handleMessageIgnoresParam1()
 {
     QFETCH(QVariant, param1);
     m_session->handleMessage(Session::Msg_Volume, 55, param1);
-    COMPARE_LINES(frontLines(), receivedLines(6));
-    COMPARE_LINES(m_log->linesFrom(QStringLiteral("QOrvicPlayerSessionPrivate::setVolume(")).mid(0, 2),
+    ORVIC_COMPARE_LINES(frontLines(), receivedLines(6));
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QStringLiteral("QOrvicPlayerSessionPrivate::setVolume(")).mid(0, 2),
                   (QStringList{QStringLiteral("V/OPSession setVolume(#) called"),
                                QStringLiteral("D/OPSession setVolume(#):set vol 55 org vol 0 ismute 1")}));
     expectIdle();
@@ -320,7 +301,7 @@ void tst_SessionQueue::bookkeepingOnly()
     const Session::PlayerState state = m_session->state();
 
     m_session->manageActList(msg(id), param);
-    COMPARE_LINES(m_log->lines(), directLines(id));
+    ORVIC_COMPARE_LINES(m_log->lines(), directLines(id));
     QCOMPARE(m_engine->recorder().calls(), QStringList());
     QCOMPARE(recorder.texts(), QStringList());
     QCOMPARE(m_session->state(), state);
@@ -331,7 +312,7 @@ void tst_SessionQueue::bookkeepingOnly()
     std::thread t([&] { m_session->manageActList(msg(id), param); });
     t.join();
     QTRY_VERIFY_WITH_TIMEOUT(m_log->contains(doneLine(id)), kWaitMs);
-    COMPARE_LINES(m_log->lines(), QStringList({kLock, kUnlock, sendLine(id)}) + receivedLines(id));
+    ORVIC_COMPARE_LINES(m_log->lines(), QStringList({kLock, kUnlock, sendLine(id)}) + receivedLines(id));
     QCOMPARE(m_engine->recorder().calls(), QStringList());
     QCOMPARE(recorder.texts(), QStringList());
     expectIdle();
@@ -366,7 +347,7 @@ void tst_SessionQueue::dispatchTable()
     QFETCH(QVariant, param);
     QFETCH(QString, operation);
     m_session->manageActList(msg(id), param);
-    COMPARE_LINES(frontLines(), directLines(id));
+    ORVIC_COMPARE_LINES(frontLines(), directLines(id));
     const QStringList ops = adaptorOperations();
     if (operation.isEmpty()) {
         QCOMPARE(ops, QStringList());
@@ -491,13 +472,13 @@ void tst_SessionQueue::stressManyThreads()
 void tst_SessionQueue::stopOnIdleQueue()
 {
     m_session->stop();
-    COMPARE_LINES(frontLines(), (QStringList{kLock, kUnlock}));
+    ORVIC_COMPARE_LINES(frontLines(), (QStringList{kLock, kUnlock}));
     QCOMPARE(adaptorOperations().value(0), QStringLiteral("stop"));
     expectIdle();
     // The session stays usable.
     m_log->clear();
     m_session->manageActList(Session::Msg_Volume, 33);
-    COMPARE_LINES(frontLines(), directLines(6));
+    ORVIC_COMPARE_LINES(frontLines(), directLines(6));
     QVERIFY(m_log->contains(QStringLiteral("D/OPSession setVolume(#):set vol 33 org vol # ismute #")));
 }
 
@@ -519,7 +500,7 @@ void tst_SessionQueue::stopOnOwnerDeliversSignalledCommand()
     m_log->clear();
 
     m_session->stop();
-    COMPARE_LINES(frontLines(), receivedLines(6) + receivedLines(6) + receivedLines(7) + QStringList({kLock, kUnlock}));
+    ORVIC_COMPARE_LINES(frontLines(), receivedLines(6) + receivedLines(6) + receivedLines(7) + QStringList({kLock, kUnlock}));
     const QStringList ops = adaptorOperations();
     QVERIFY2(!ops.contains(QStringLiteral("setVolume")) && !ops.contains(QStringLiteral("setMuted")),
              qPrintable(ops.join(QLatin1Char(' '))));
@@ -566,7 +547,7 @@ void tst_SessionQueue::stopOnOwnerWhileSenderIsPosting()
     m_log->setObserver(nullptr);
 
     QVERIFY(sawStopping.load());
-    COMPARE_LINES(frontLines(), QStringList({kLock, kUnlock, sendLine(6)}) + receivedLines(6) + QStringList({kLock, kUnlock}));
+    ORVIC_COMPARE_LINES(frontLines(), QStringList({kLock, kUnlock, sendLine(6)}) + receivedLines(6) + QStringList({kLock, kUnlock}));
     for (const LogEntry &e : m_log->entriesMatching(actLine(6)))
         QCOMPARE(e.thread, owner);
     QVERIFY(!adaptorOperations().contains(QStringLiteral("setVolume")));
@@ -606,8 +587,8 @@ void tst_SessionQueue::stopFromOtherThreadWaitsForPickup()
             continue;
         (e.thread == stopper.load() ? stopperLines : ownerLines).append(e.text);
     }
-    COMPARE_LINES(ownerLines, receivedLines(6));
-    COMPARE_LINES(stopperLines, (QStringList{kLock, kUnlock}));
+    ORVIC_COMPARE_LINES(ownerLines, receivedLines(6));
+    ORVIC_COMPARE_LINES(stopperLines, (QStringList{kLock, kUnlock}));
     // The stopper went on only after the acknowledge.
     QVERIFY(m_log->containsInOrder({ackLine(), kLock, kUnlock}));
     QVERIFY(!adaptorOperations().contains(QStringLiteral("setVolume")));
@@ -675,7 +656,7 @@ void tst_SessionQueue::destroyWithCommandsInFlight()
 void tst_SessionQueue::messageWaitGateOpen()
 {
     m_session->waitMessageDone();
-    COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("D/OPSession waitMessageDone(#):wait msg lock"),
+    ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("D/OPSession waitMessageDone(#):wait msg lock"),
                                                QStringLiteral("D/OPSession waitMessageDone(#):wait msg unlock")}));
     QVERIFY(d->mMessageWaitLock.tryLock());
     d->mMessageWaitLock.unlock();
@@ -686,14 +667,14 @@ void tst_SessionQueue::messageWaitGateOpen()
 void tst_SessionQueue::messageWaitGateArmed()
 {
     m_session->enableMessageWait();
-    COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("D/OPSession enableMessageWait(#):start"),
+    ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("D/OPSession enableMessageWait(#):start"),
                                                QStringLiteral("D/OPSession enableMessageWait(#):end")}));
     QVERIFY(!d->mMessageWaitLock.tryLock());
 
     // Commands go on while the gate is armed.
     m_log->clear();
     m_session->manageActList(Session::Msg_ResumePlay, QVariant());
-    COMPARE_LINES(m_log->lines(), directLines(10));
+    ORVIC_COMPARE_LINES(m_log->lines(), directLines(10));
     QVERIFY(!d->mMessageWaitLock.tryLock());
 
     m_log->clear();
@@ -709,7 +690,7 @@ void tst_SessionQueue::messageWaitGateArmed()
     d->mMessageWaitLock.unlock();
     waiter.join();
     QVERIFY(passed.load());
-    COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("D/OPSession waitMessageDone(#):wait msg lock"),
+    ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("D/OPSession waitMessageDone(#):wait msg lock"),
                                                QStringLiteral("D/OPSession waitMessageDone(#):wait msg unlock")}));
     QVERIFY(d->mMessageWaitLock.tryLock());
     d->mMessageWaitLock.unlock();

@@ -122,6 +122,18 @@ QStringList LogCapture::matching(const QString &regex) const
     return out;
 }
 
+bool LogCapture::sameLines(const QStringList &actual, const QStringList &expected, QByteArray *why)
+{
+    bool same = actual.size() == expected.size();
+    for (int i = 0; same && i < actual.size(); ++i)
+        same = pattern(expected.at(i)).match(actual.at(i)).hasMatch();
+    if (!same && why) {
+        *why = "actual:\n  " + actual.join(QLatin1String("\n  ")).toUtf8()
+               + "\nexpected:\n  " + expected.join(QLatin1String("\n  ")).toUtf8();
+    }
+    return same;
+}
+
 QStringList LogCapture::linesFrom(const QString &signature) const
 {
     QStringList out;

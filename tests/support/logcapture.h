@@ -4,6 +4,7 @@
 #ifndef ORVICTEST_LOGCAPTURE_H
 #define ORVICTEST_LOGCAPTURE_H
 
+#include <QtCore/QByteArray>
 #include <QtCore/QList>
 #include <QtCore/QMutex>
 #include <QtCore/QRegularExpression>
@@ -46,6 +47,9 @@ public:
     bool containsInOrder(const QStringList &expected) const;
     // Lines that match any of the expected patterns, in capture order.
     QStringList matching(const QString &regex) const;
+    // True when `actual` holds exactly the `expected` lines ("#" = any number),
+    // in order; otherwise `why` lists both.
+    static bool sameLines(const QStringList &actual, const QStringList &expected, QByteArray *why);
     // Lines logged from functions whose full signature contains `signature`
     // (e.g. "QOrvicPlayerSessionPrivate::init()"), in capture order.
     QStringList linesFrom(const QString &signature) const;
@@ -68,5 +72,13 @@ private:
 };
 
 } // namespace orvictest
+
+// QtTest check of a whole sequence of lines with LogCapture::sameLines.
+#define ORVIC_COMPARE_LINES(actual, expected)                                              \
+    do {                                                                                   \
+        QByteArray orvicWhy;                                                               \
+        const bool orvicSame = orvictest::LogCapture::sameLines((actual), (expected), &orvicWhy); \
+        QVERIFY2(orvicSame, orvicWhy.constData());                                         \
+    } while (false)
 
 #endif // ORVICTEST_LOGCAPTURE_H
