@@ -133,18 +133,22 @@ pad() { head -c "$1" /dev/zero; }
     printf 'APIC\177\177\177\177\000\000\000image/jpeg\000\003\000\377\330'; pad 8
     cat audio.mp3
 } > hostile/huge-picture-frame.mp3
-# A cover whose JPEG header claims 65000x65000 pixels.
-cp cover-300x300.jpg huge-cover.jpg
-sof=$(LC_ALL=C grep -obUaP '\xff\xc0' huge-cover.jpg | head -n 1 | cut -d: -f1)
-printf '\375\350\375\350' | dd of=huge-cover.jpg bs=1 seek=$(( sof + 5 )) conv=notrunc status=none
+# A real cover of 7000x6000 pixels (42 megapixels): over the reader's limit.
+ff -f lavfi -i color=c=0x336699:s=7000x6000:d=1 -frames:v 1 huge-cover.jpg
 cp audio.mp3 hostile/huge-cover.mp3
 "$writer" hostile/huge-cover.mp3 --latin1 "TIT2=$(hex ASCII 'Huge cover')" --picture 3=huge-cover.jpg
+# A 300x300 cover whose JPEG header claims 16000x16000 pixels.
+cp cover-300x300.jpg forged-cover.jpg
+sof=$(LC_ALL=C grep -obUaP '\xff\xc0' forged-cover.jpg | head -n 1 | cut -d: -f1)
+printf '\076\200\076\200' | dd of=forged-cover.jpg bs=1 seek=$(( sof + 5 )) conv=notrunc status=none
+cp audio.mp3 hostile/forged-cover.mp3
+"$writer" hostile/forged-cover.mp3 --latin1 "TIT2=$(hex ASCII 'Forged cover')" --picture 3=forged-cover.jpg
 # A cover that starts like a JPEG and goes on as noise.
 { printf '\377\330\377\340'; head -c 2000 hostile/garbage.mp3; } > bad-cover.jpg
 cp audio.mp3 hostile/bad-cover.mp3
 "$writer" hostile/bad-cover.mp3 --latin1 "TIT2=$(hex ASCII 'Bad cover')" --picture 3=bad-cover.jpg
 
-rm -f audio.mp3 subtitles.srt huge-cover.jpg bad-cover.jpg
+rm -f audio.mp3 subtitles.srt huge-cover.jpg forged-cover.jpg bad-cover.jpg
 trap - EXIT
 rm -rf "$out"
 mv "$work" "$out"

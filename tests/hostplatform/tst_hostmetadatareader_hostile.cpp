@@ -67,8 +67,10 @@ void tst_HostMetaDataReaderHostile::hostileFiles_data()
     QTest::newRow("picture frame of 256 MB") << "hostile/huge-picture-frame.mp3" << 0 << 1 << 1 << 0 << none
                                              << QSize();
     // Covers that cannot be decoded fail alone; the tags are still read.
-    QTest::newRow("cover of 65000x65000") << "hostile/huge-cover.mp3" << 0 << 1 << 1 << 0
-                                          << QByteArray("Huge cover") << QSize();
+    QTest::newRow("cover of 7000x6000") << "hostile/huge-cover.mp3" << 0 << 1 << 1 << 0
+                                        << QByteArray("Huge cover") << QSize();
+    QTest::newRow("cover header of 16000x16000") << "hostile/forged-cover.mp3" << 0 << 1 << 1 << 0
+                                                 << QByteArray("Forged cover") << QSize();
     QTest::newRow("cover of noise") << "hostile/bad-cover.mp3" << 0 << 1 << 1 << 0 << QByteArray("Bad cover")
                                     << QSize();
 

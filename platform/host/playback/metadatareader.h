@@ -81,6 +81,10 @@ struct MediaFacts {
     bool hasId3 = false;                  // tags came from ID3 (v1 or v2)
 };
 
+// A forged header may claim a picture of gigapixels; no real cover or video
+// frame is bigger than this, so decoders refuse before allocating.
+constexpr long long kMaxPicturePixels = 40LL * 1000 * 1000;
+
 struct RgbImage {
     std::vector<unsigned char> pixels; // RGB888, rows padded to 4 bytes
     int width = 0;

@@ -17,9 +17,6 @@ namespace metadatareader {
 
 namespace {
 
-// A forged header may claim a picture of gigapixels; no real cover is bigger
-// than this, so the decoder refuses before allocating.
-constexpr int64_t kMaxPicturePixels = 40 * 1000 * 1000;
 // swscale's vector code may store a little past the last row.
 constexpr size_t kRowSlack = 64;
 

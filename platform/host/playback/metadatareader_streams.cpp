@@ -15,6 +15,7 @@ extern "C" {
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace hostplatform {
 namespace metadatareader {
@@ -163,6 +164,20 @@ void containerTags(const AVFormatContext *context, const AVStream *firstAudio, M
     }
 }
 
+// Learning the parameters decodes a little of each stream, cover pictures
+// included: the same pixel limit as for our own cover decoding keeps a forged
+// picture header from costing gigabytes. Failing to learn every parameter
+// still leaves what the headers said.
+void findStreamInfo(AVFormatContext *context)
+{
+    std::vector<AVDictionary *> options(context->nb_streams, nullptr);
+    for (AVDictionary *&o : options)
+        av_dict_set_int(&o, "max_pixels", kMaxPicturePixels, 0);
+    avformat_find_stream_info(context, options.data());
+    for (AVDictionary *&o : options)
+        av_dict_free(&o);
+}
+
 int mediaKind(const AVFormatContext *context, const MediaFacts &facts)
 {
     if (!facts.video.empty())
@@ -205,14 +220,15 @@ int probeStreams(const std::string &path, MediaFacts &facts)
     AVDictionary *options = nullptr;
     // A local playlist or reference file must not make us open anything else.
     av_dict_set(&options, "protocol_whitelist", "file", 0);
+    // A still image is the file itself, never a numbered sequence ("%d").
+    av_dict_set(&options, "pattern_type", "none", 0);
     // "file:" keeps a colon in the name from being read as a protocol.
     const int opened = avformat_open_input(&raw, ("file:" + path).c_str(), nullptr, &options);
     av_dict_free(&options);
     if (opened < 0)
         return StatusNotMedia; // avformat_open_input freed the context
     FormatContextPtr context(raw);
-    // Failing to learn every parameter still leaves what the headers said.
-    avformat_find_stream_info(context.get(), nullptr);
+    findStreamInfo(context.get());
 
     const AVStream *firstAudio = nullptr;
     for (unsigned i = 0; i < context->nb_streams; ++i) {
