@@ -31,6 +31,43 @@ Reader newReader()
     return Reader(hostplatform::createFileMetaData("unit", ""));
 }
 
+QByteArray bigEndian32(quint32 v)
+{
+    QByteArray b(4, '\0');
+    for (int i = 0; i < 4; ++i)
+        b[i] = char((v >> (24 - 8 * i)) & 0xff);
+    return b;
+}
+
+QByteArray id3v23Frame(const char *id, const QByteArray &payload)
+{
+    return QByteArray(id) + bigEndian32(quint32(payload.size())) + QByteArray(2, '\0') + payload;
+}
+
+// An ID3v2.3 tag around `frames`; its size is four 7-bit bytes.
+QByteArray id3v23Tag(const QByteArray &frames)
+{
+    const quint32 n = quint32(frames.size());
+    QByteArray header("ID3\x03\x00\x00", 6);
+    for (int shift = 21; shift >= 0; shift -= 7)
+        header.append(char((n >> shift) & 0x7f));
+    return header + frames;
+}
+
+QByteArray fixedField(const QByteArray &text, int width, char pad)
+{
+    return text.left(width) + QByteArray(qMax(0, width - text.size()), pad);
+}
+
+// A 128-byte ID3v1.1 tag.
+QByteArray id3v1Tag(const QByteArray &title, const QByteArray &artist, const QByteArray &album,
+                    const QByteArray &year, const QByteArray &comment, char pad, uchar genre)
+{
+    return "TAG" + fixedField(title, 30, pad) + fixedField(artist, 30, pad) + fixedField(album, 30, pad)
+        + fixedField(year, 4, pad) + fixedField(comment, 28, pad) + QByteArray(1, '\0') + QByteArray(1, '\x07')
+        + QByteArray(1, char(genre));
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(std::string)
@@ -53,6 +90,10 @@ private Q_SLOTS:
     void undecodablePictures_data();
     void undecodablePictures();
     void defaultFactoryMakesFileReader();
+    void id3Tags_data();
+    void id3Tags();
+    void notId3Tags_data();
+    void notId3Tags();
 };
 
 void tst_HostMetaDataReaderUnit::localPathFromUrl_data()
@@ -245,6 +286,101 @@ void tst_HostMetaDataReaderUnit::defaultFactoryMakesFileReader()
     playback::SPMetaData *reader = playback::SPMetaData::create("unit", nullptr);
     QVERIFY(dynamic_cast<mr::FileMetaData *>(reader));
     playback::SPMetaData::destroy(reader);
+}
+
+void tst_HostMetaDataReaderUnit::id3Tags_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QByteArray>("bytes"); // null: absent
+    QTest::addColumn<bool>("unicode");
+
+    const QByteArray audio(64, '\x55');
+    const QByteArray blanks = audio + id3v1Tag("Blank padded", " Leading kept", QByteArray(30, 'A'), "1987",
+                                               "C\xe9", ' ', 255);
+    QTest::newRow("v1 blank padding removed") << blanks << "title_v1" << QByteArray("Blank padded") << false;
+    QTest::newRow("v1 leading blank kept") << blanks << "artist_v1" << QByteArray(" Leading kept") << false;
+    QTest::newRow("v1 field without terminator") << blanks << "album_v1" << QByteArray(30, 'A') << false;
+    QTest::newRow("v1 year") << blanks << "date_v1" << QByteArray("1987") << false;
+    QTest::newRow("v1 raw byte") << blanks << "comment_v1" << QByteArray("C\xe9") << false;
+    QTest::newRow("v1 no genre") << blanks << "genre_v1" << QByteArray() << false;
+    QTest::newRow("v1 only: no main key") << blanks << "title" << QByteArray() << false;
+    const QByteArray nulPadded = audio + id3v1Tag("T", "", "", "", "", '\0', 17);
+    QTest::newRow("v1 empty field absent") << nulPadded << "artist_v1" << QByteArray() << false;
+    QTest::newRow("v1 genre name") << nulPadded << "genre_v1" << QByteArray("Rock") << false;
+
+    const QByteArray latin1("\x00", 1);
+    const QByteArray utf16("\x01", 1);
+    const QByteArray v2 = id3v23Tag(
+        id3v23Frame("TIT2", latin1 + QByteArray("First\0Second", 12))
+        + id3v23Frame("TPE1", utf16 + QByteArray("\xff\xfe\xc4\x00\x20\x00\x2d\x4e", 8))
+        + id3v23Frame("TALB", latin1)
+        + id3v23Frame("TCON", latin1 + "(13)")
+        + id3v23Frame("COMM", latin1 + "eng" + QByteArray("iTunNORM\0 0000", 14))
+        + id3v23Frame("COMM", latin1 + "eng" + QByteArray("\0The comment \xb0", 16))
+        + id3v23Frame("TYER", latin1 + "2001"))
+        + audio;
+    QTest::newRow("v2 several values") << v2 << "title" << QByteArray("First / Second") << false;
+    QTest::newRow("v2 utf-16 as utf-8") << v2 << "artist" << QByteArray("\xc3\x84 \xe4\xb8\xad") << true;
+    QTest::newRow("v2 empty frame absent") << v2 << "album" << QByteArray() << false;
+    QTest::newRow("v2 genre number") << v2 << "genre" << QByteArray("Pop") << false;
+    QTest::newRow("v2 comment without description") << v2 << "comment" << QByteArray("The comment \xb0")
+                                                     << false;
+    QTest::newRow("v2.3 year") << v2 << "date" << QByteArray("2001") << false;
+    QTest::newRow("v2 only: no v1 key") << v2 << "title_v1" << QByteArray() << false;
+}
+
+// TagLib reading of hand-made tags, without any demuxer involved.
+void tst_HostMetaDataReaderUnit::id3Tags()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, key);
+    QFETCH(QByteArray, bytes);
+    QFETCH(bool, unicode);
+
+    QTemporaryDir dir;
+    QFile file(dir.filePath("tags.bin"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(content), qint64(content.size()));
+    file.close();
+
+    mr::MediaFacts facts;
+    QVERIFY(mr::readId3Tags(QFile::encodeName(file.fileName()).toStdString(), facts));
+    const auto it = facts.tags.find(key.toStdString());
+    QCOMPARE(it != facts.tags.end(), !bytes.isNull());
+    if (it != facts.tags.end()) {
+        QCOMPARE(QByteArray::fromStdString(it->second.bytes), bytes);
+        QCOMPARE(it->second.unicode, unicode);
+    }
+}
+
+void tst_HostMetaDataReaderUnit::notId3Tags_data()
+{
+    QTest::addColumn<QByteArray>("content");
+
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("no tag") << QByteArray(300, '\x55');
+    QTest::newRow("ID3v2.5 is no known revision") << QByteArray("ID3\x05\x00\x00\x00\x00\x00\x10", 10)
+                                                     + QByteArray(300, '\x55');
+    QTest::newRow("size byte with its high bit") << QByteArray("ID3\x03\x00\x00\x00\x00\x80\x10", 10)
+                                                    + QByteArray(300, '\x55');
+    QTest::newRow("TAG too close to the start") << QByteArray("TAG").append(QByteArray(100, 'x'));
+}
+
+void tst_HostMetaDataReaderUnit::notId3Tags()
+{
+    QFETCH(QByteArray, content);
+
+    QTemporaryDir dir;
+    QFile file(dir.filePath("untagged.bin"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(content), qint64(content.size()));
+    file.close();
+
+    mr::MediaFacts facts;
+    QVERIFY(!mr::readId3Tags(QFile::encodeName(file.fileName()).toStdString(), facts));
+    QVERIFY(facts.tags.empty());
+    QVERIFY(facts.pictures.empty());
 }
 
 QTEST_GUILESS_MAIN(tst_HostMetaDataReaderUnit)

@@ -121,6 +121,30 @@ bool decodePicture(const EncodedPicture &picture, int sizeLimit, RgbImage &image
 // Installs TagLib's byte-preserving string handlers (once per process).
 void installTagStringHandlers();
 
+// The reader's answers:
+// - setUrl: a path or a file:// URI; StatusOk or a negative Status. Every
+//   failure forgets the previous file.
+// - getMediaType: a MediaKind. getDuration: milliseconds. getProgramNum: 1
+//   for an opened file, else 0; program 0 is the only one.
+// - Stream indexes count within their type, in container order; a cover
+//   picture is no video stream. Audio: codec and ISO 639-2 language texts
+//   NUL-terminated in their 8 bytes. Video: info1 = bit rate (bit/s),
+//   frameRate = frames per second (rounded), info2 = frames per 1000 s.
+// - getMetaString: "title", "artist", "album", "date", "comment", "genre"
+//   from ID3v2, or from the container's tags when the file has no ID3 tag;
+//   the same names with "_v1" from ID3v1, and "TP1_V1" / "TAL_V1" as the
+//   ID3v1 artist / album under their ID3v2.2 frame names. Null when absent
+//   or empty.
+// - isTagV2: whether the last getMetaString answer is Unicode text (UTF-8):
+//   true for ID3v2 frames encoded UTF-16/UTF-8 and container tags, false
+//   for ID3v2 frames flagged Latin-1 (legacy bytes), ID3v1 fields, and after
+//   a read that found nothing. The session takes true as "UTF-8, do not
+//   detect", so a Latin-1-flagged frame holding GBK must answer false even
+//   though it is an ID3v2 tag.
+// - getPicture: picture `index` (0 = the front cover, else the first), RGB888
+//   rows padded to 4 bytes, scaled to fit sizeLimit x sizeLimit keeping the
+//   aspect (no limit when <= 0, never enlarged); the pixels stay valid until
+//   the next getPicture or setUrl, or destruction.
 class FileMetaData : public playback::SPMetaData
 {
 public:

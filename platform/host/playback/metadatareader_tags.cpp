@@ -24,18 +24,18 @@ namespace {
 using TagLib::ByteVector;
 using TagLib::String;
 
-// Bytes up to the first NUL, one code point per byte: to8Bit(false) gives
-// exactly these bytes back, whatever charset they were really in.
-String bytesAsLatin1(const ByteVector &data)
+ByteVector untilNul(const ByteVector &data)
 {
     const int nul = data.find(ByteVector(1, '\0'));
-    return String(nul < 0 ? data : data.mid(0, unsigned(nul)), String::Latin1);
+    return nul < 0 ? data : data.mid(0, unsigned(nul));
 }
 
+// One code point per byte: to8Bit(false) gives exactly these bytes back,
+// whatever charset they really are in.
 class RawId3v2Latin1 : public TagLib::ID3v2::Latin1StringHandler
 {
 public:
-    String parse(const ByteVector &data) const override { return bytesAsLatin1(data); }
+    String parse(const ByteVector &data) const override { return String(untilNul(data), String::Latin1); }
 };
 
 class RawId3v1 : public TagLib::ID3v1::StringHandler
@@ -44,7 +44,7 @@ public:
     // ID3v1 fields are fixed-width, padded with NULs or blanks.
     String parse(const ByteVector &data) const override
     {
-        ByteVector bytes = bytesAsLatin1(data).data(String::Latin1);
+        const ByteVector bytes = untilNul(data);
         unsigned n = bytes.size();
         while (n > 0 && bytes[int(n - 1)] == ' ')
             --n;
