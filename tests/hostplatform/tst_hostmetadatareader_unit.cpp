@@ -31,6 +31,13 @@ Reader newReader()
     return Reader(hostplatform::createFileMetaData("unit", ""));
 }
 
+// A literal with embedded NULs, all of it but the terminator.
+template <int N>
+QByteArray bytes(const char (&literal)[N])
+{
+    return QByteArray(literal, N - 1);
+}
+
 QByteArray bigEndian32(quint32 v)
 {
     QByteArray b(4, '\0');
@@ -48,7 +55,7 @@ QByteArray id3v23Frame(const char *id, const QByteArray &payload)
 QByteArray id3v23Tag(const QByteArray &frames)
 {
     const quint32 n = quint32(frames.size());
-    QByteArray header("ID3\x03\x00\x00", 6);
+    QByteArray header = bytes("ID3\x03\x00\x00");
     for (int shift = 21; shift >= 0; shift -= 7)
         header.append(char((n >> shift) & 0x7f));
     return header + frames;
@@ -269,7 +276,7 @@ void tst_HostMetaDataReaderUnit::undecodablePictures_data()
     QTest::newRow("empty") << QByteArray();
     QTest::newRow("unknown signature") << QByteArray("not a picture at all");
     QTest::newRow("JPEG signature, then noise") << QByteArray("\xff\xd8\xff\xe0").append(QByteArray(500, 'x'));
-    QTest::newRow("PNG signature only") << QByteArray("\x89PNG\r\n\x1a\n", 8);
+    QTest::newRow("PNG signature only") << bytes("\x89PNG\r\n\x1a\n");
 }
 
 void tst_HostMetaDataReaderUnit::undecodablePictures()
@@ -309,15 +316,15 @@ void tst_HostMetaDataReaderUnit::id3Tags_data()
     QTest::newRow("v1 empty field absent") << nulPadded << "artist_v1" << QByteArray() << false;
     QTest::newRow("v1 genre name") << nulPadded << "genre_v1" << QByteArray("Rock") << false;
 
-    const QByteArray latin1("\x00", 1);
-    const QByteArray utf16("\x01", 1);
+    const QByteArray latin1 = bytes("\x00");
+    const QByteArray utf16 = bytes("\x01");
     const QByteArray v2 = id3v23Tag(
-        id3v23Frame("TIT2", latin1 + QByteArray("First\0Second", 12))
-        + id3v23Frame("TPE1", utf16 + QByteArray("\xff\xfe\xc4\x00\x20\x00\x2d\x4e", 8))
+        id3v23Frame("TIT2", latin1 + bytes("First\0Second"))
+        + id3v23Frame("TPE1", utf16 + bytes("\xff\xfe\xc4\x00\x20\x00\x2d\x4e"))
         + id3v23Frame("TALB", latin1)
         + id3v23Frame("TCON", latin1 + "(13)")
-        + id3v23Frame("COMM", latin1 + "eng" + QByteArray("iTunNORM\0 0000", 14))
-        + id3v23Frame("COMM", latin1 + "eng" + QByteArray("\0The comment \xb0", 16))
+        + id3v23Frame("COMM", latin1 + "eng" + bytes("iTunNORM\0 0000"))
+        + id3v23Frame("COMM", latin1 + "eng" + bytes("\0The comment \xb0"))
         + id3v23Frame("TYER", latin1 + "2001"))
         + audio;
     QTest::newRow("v2 several values") << v2 << "title" << QByteArray("First / Second") << false;
@@ -360,9 +367,9 @@ void tst_HostMetaDataReaderUnit::notId3Tags_data()
 
     QTest::newRow("empty") << QByteArray();
     QTest::newRow("no tag") << QByteArray(300, '\x55');
-    QTest::newRow("ID3v2.5 is no known revision") << QByteArray("ID3\x05\x00\x00\x00\x00\x00\x10", 10)
+    QTest::newRow("ID3v2.5 is no known revision") << bytes("ID3\x05\x00\x00\x00\x00\x00\x10")
                                                      + QByteArray(300, '\x55');
-    QTest::newRow("size byte with its high bit") << QByteArray("ID3\x03\x00\x00\x00\x00\x80\x10", 10)
+    QTest::newRow("size byte with its high bit") << bytes("ID3\x03\x00\x00\x00\x00\x80\x10")
                                                     + QByteArray(300, '\x55');
     QTest::newRow("TAG too close to the start") << QByteArray("TAG").append(QByteArray(100, 'x'));
 }
