@@ -16,9 +16,12 @@
 #   tagged-unicode.mp3  ID3v2.4: title and album as UTF-8 frames, artist as a
 #                       plain ASCII Latin-1 frame; a 100x200 PNG back cover
 #                       before a 300x300 JPEG front cover
+#   tagged-long.mp3     ID3v2.4: a 300-byte ASCII title ("Long title 001 ...
+#                       Long title 020 ") and the date "2024-05-01" (UTF-16)
 #   movie.mp4           4 s 320x240 25 fps H.264; AAC 48 kHz stereo "eng" and
 #                       AAC 44.1 kHz mono "fre"; mov_text subtitles "eng" with
 #                       two lines; container title "Sample movie"
+#   video-only.mp4      2 s 176x144 10 fps H.264, no audio
 #   cover-640x480.jpg   the cover of tagged-gbk.mp3, for comparing pixels
 #   hostile/            damaged and misleading files (see below)
 set -euo pipefail
@@ -76,6 +79,12 @@ cp audio.mp3 tagged-unicode.mp3
     --picture 4=back-100x200.png \
     --picture 3=cover-300x300.jpg
 
+# A title of 300 bytes and a full date, more than the session's fields hold.
+cp audio.mp3 tagged-long.mp3
+"$writer" tagged-long.mp3 --v2-version 4 \
+    --latin1 "TIT2=$(hex ASCII "$(printf 'Long title %03d ' $(seq 1 20))")" \
+    --unicode 'TDRC=2024-05-01'
+
 # --- (b) movie: H.264, two AAC tracks with languages, mov_text subtitles ----
 cat > subtitles.srt <<'EOF'
 1
@@ -95,6 +104,9 @@ ff -f lavfi -i testsrc=size=320x240:rate=25:duration=4 \
    -c:a aac -b:a 96k -ac:a:0 2 -ac:a:1 1 -c:s mov_text \
    -metadata:s:a:0 language=eng -metadata:s:a:1 language=fre -metadata:s:s:0 language=eng \
    -metadata title="Sample movie" -movflags +faststart movie.mp4
+# Pictures without sound.
+ff -f lavfi -i testsrc=size=176x144:rate=10:duration=2 -c:v libx264 -preset veryfast -pix_fmt yuv420p \
+   -movflags +faststart video-only.mp4
 
 # --- (c) hostile files -------------------------------------------------------
 mkdir hostile

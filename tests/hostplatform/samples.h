@@ -46,6 +46,15 @@ inline QString v1Comment() { return QStringLiteral("Песня о родной �
 inline QString unicodeTitle() { return QStringLiteral("Привет, 世界: a title in UTF-8"); }
 inline QString unicodeAlbum() { return QStringLiteral("Ünïcödé Album"); }
 
+// tagged-long.mp3: "Long title 001 Long title 002 ... Long title 020 ".
+inline QByteArray longTitle()
+{
+    QByteArray title;
+    for (int i = 1; i <= 20; ++i)
+        title += QByteArray("Long title ") + QByteArray::number(i).rightJustified(3, '0') + ' ';
+    return title;
+}
+
 } // namespace samples
 
 #endif // ORVICTEST_SAMPLES_H

@@ -55,6 +55,7 @@ private Q_SLOTS:
     void isTagV2FollowsEachRead();
     void audioFileStreams();
     void movieStreams();
+    void videoOnlyStreams();
     void movieAudioTracks_data();
     void movieAudioTracks();
     void coverScaledToLimit_data();
@@ -129,6 +130,10 @@ void tst_HostMetaDataReader::tags_data()
                                    << false;
     QTest::newRow("no comment") << "tagged-unicode.mp3" << "comment" << false << QByteArray() << false;
     QTest::newRow("no v1 title") << "tagged-unicode.mp3" << "title_v1" << false << QByteArray() << false;
+
+    // Long texts come whole; cutting them is the session's business.
+    QTest::newRow("300-byte title") << "tagged-long.mp3" << "title" << true << samples::longTitle() << false;
+    QTest::newRow("full date") << "tagged-long.mp3" << "date" << true << QByteArray("2024-05-01") << true;
 
     // Container tags of other formats are Unicode by definition.
     QTest::newRow("mp4 title") << "movie.mp4" << "title" << true << QByteArray("Sample movie") << true;
@@ -220,6 +225,23 @@ void tst_HostMetaDataReader::movieStreams()
     QVERIFY2(video.info1 > 0, "video bit rate");
     QCOMPARE(QByteArray(video.codec, sizeof video.codec), QByteArray("h264\0\0\0\0", 8));
     QCOMPARE(reader->getVideoAttribute(0, 1, video), -1);
+}
+
+void tst_HostMetaDataReader::videoOnlyStreams()
+{
+    const Reader reader = openedReader("video-only.mp4");
+    QCOMPARE(reader->getMediaType(), 2);
+    QCOMPARE(reader->getAudioStreamNum(0), 0);
+    QCOMPARE(reader->getVideoStreamNum(0), 1);
+    QCOMPARE(reader->getSubtitleStreamNum(0), 0);
+    QCOMPARE(reader->getDuration(), 2000LL);
+    playback::SPMetaData::AudioAttribute audio;
+    QCOMPARE(reader->getAudioAttribute(0, 0, audio), -1);
+    playback::SPMetaData::VideoAttribute video;
+    QCOMPARE(reader->getVideoAttribute(0, 0, video), 0);
+    QCOMPARE(QSize(video.width, video.height), QSize(176, 144));
+    QCOMPARE(video.frameRate, 10);
+    QCOMPARE(video.info2, 10000);
 }
 
 void tst_HostMetaDataReader::movieAudioTracks_data()

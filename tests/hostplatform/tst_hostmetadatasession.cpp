@@ -10,6 +10,7 @@
 #include <QtMultimedia/QMediaMetaData>
 #include <QtTest/QtTest>
 
+#include <cstring>
 #include <memory>
 
 namespace {
@@ -56,6 +57,7 @@ private Q_SLOTS:
     void tagFlags();
     void audioFileMap();
     void movieMap();
+    void videoOnlyMap();
     void coverPicture();
 };
 
@@ -98,6 +100,11 @@ void tst_HostMetaDataSession::decodedTags_data()
     QTest::newRow("no comment") << "tagged-unicode.mp3" << QMediaMetaData::Comment << QString("");
 
     QTest::newRow("mp4 title") << "movie.mp4" << QMediaMetaData::Title << QStringLiteral("Sample movie");
+
+    // The record holds 255 bytes of a text and four of a date.
+    QTest::newRow("long title cut") << "tagged-long.mp3" << QMediaMetaData::Title
+                                    << QString::fromLatin1(samples::longTitle().left(255));
+    QTest::newRow("date cut to the year") << "tagged-long.mp3" << QMediaMetaData::Year << QStringLiteral("2024");
 }
 
 void tst_HostMetaDataSession::decodedTags()
@@ -178,12 +185,36 @@ void tst_HostMetaDataSession::movieMap()
     QCOMPARE(medium.map.value(QMediaMetaData::ChannelCount).toInt(), 1);
 }
 
+void tst_HostMetaDataSession::videoOnlyMap()
+{
+    const OpenedMedium medium("video-only.mp4");
+    QCOMPARE(medium.meta.mediaType, 2);
+    // No audio: no audio block, so no tag block and no tag keys either.
+    QVERIFY(!medium.meta.audioAttribute);
+    QVERIFY(!medium.map.contains(QMediaMetaData::AudioCodec));
+    QVERIFY(!medium.map.contains(QMediaMetaData::Title));
+    QCOMPARE(medium.map.value(QMediaMetaData::Resolution).toSize(), QSize(176, 144));
+    QCOMPARE(medium.map.value(QMediaMetaData::VideoFrameRate).toInt(), 10);
+    QCOMPARE(medium.map.value(QMediaMetaData::Duration).toLongLong(), 2000LL);
+}
+
 void tst_HostMetaDataSession::coverPicture()
 {
     OpenedMedium medium("tagged-gbk.mp3");
     const QImage cover = medium.session.updateID3Pic().copy();
     QCOMPARE(cover.size(), QSize(512, 384));
     QCOMPARE(cover.format(), QImage::Format_RGB888);
+
+    // Unscaled, and taken over as the reader decoded it. The image shares the
+    // reader's pixels only until the reader's next picture request: copy it.
+    OpenedMedium unicode("tagged-unicode.mp3");
+    const QImage front = unicode.session.updateID3Pic().copy();
+    QCOMPARE(front.size(), QSize(300, 300));
+    playback::SPMetaData::Picture picture;
+    memset(&picture, 0, sizeof picture);
+    QCOMPARE(unicode.reader->getPicture(picture, 0, 512), 0);
+    QCOMPARE(QByteArray(reinterpret_cast<const char *>(front.constBits()), 3),
+             QByteArray(reinterpret_cast<const char *>(picture.data), 3));
 
     OpenedMedium movie("movie.mp4");
     QVERIFY(movie.session.updateID3Pic().isNull());
