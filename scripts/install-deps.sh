@@ -4,6 +4,8 @@ set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config git ccache
     qtbase5-dev qtmultimedia5-dev libqt5multimedia5-plugins libuchardet-dev
+    # host metadata reader (libplayback.so) and the test media generator
+    libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
 )
 missing=()
 for p in "${packages[@]}"; do
