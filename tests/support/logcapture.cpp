@@ -10,6 +10,14 @@ namespace {
 std::atomic<LogCapture *> g_current{nullptr};
 }
 
+QString LogEntry::functionName() const
+{
+    // The parameter list starts at the first '(' (no return type of ours holds
+    // one); the name is the last word before it.
+    const QString head = function.left(function.indexOf(QLatin1Char('(')));
+    return head.mid(head.lastIndexOf(QLatin1Char(' ')) + 1);
+}
+
 LogCapture::LogCapture()
 {
     g_current.store(this);

@@ -24,6 +24,11 @@ struct LogEntry {
     int line;
     QString category;
     QThread *thread = nullptr;  // the logging thread
+
+    // The logging function's qualified name, without return and parameter
+    // types: "QOrvicPlayerSessionPrivate::setState" for "void
+    // QOrvicPlayerSessionPrivate::setState(QOrvicPlayerSession::PlayerState)".
+    QString functionName() const;
 };
 
 class LogCapture
