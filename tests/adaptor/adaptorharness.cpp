@@ -150,21 +150,6 @@ QStringList withoutSubtitlesKeys()
 
 } // namespace media
 
-bool linesMatch(const QStringList &actual, const QStringList &expected, QString *why)
-{
-    const int n = qMax(actual.size(), expected.size());
-    for (int i = 0; i < n; ++i) {
-        const QString got = i < actual.size() ? actual.at(i) : QStringLiteral("<none>");
-        const QString want = i < expected.size() ? expected.at(i) : QStringLiteral("<none>");
-        if (!LogCapture::pattern(want).match(got).hasMatch()) {
-            *why = QStringLiteral("line %1: got \"%2\", expected \"%3\"\nall lines:\n%4")
-                       .arg(i).arg(got, want, actual.join(QLatin1Char('\n')));
-            return false;
-        }
-    }
-    return true;
-}
-
 bool isMetadataQuery(const QString &call)
 {
     static const QStringList names = {

@@ -91,15 +91,6 @@ private:
     void (*m_previousSleep)(unsigned long);
 };
 
-// Compares log lines with expected ones written with "#" for line numbers;
-// on a mismatch `why` tells the first difference.
-bool linesMatch(const QStringList &actual, const QStringList &expected, QString *why);
-#define ORVIC_COMPARE_LOG(actual, expected)                                                  \
-    do {                                                                                   \
-        QString orvicWhy;                                                                  \
-        QVERIFY2(orvictest::linesMatch((actual), (expected), &orvicWhy), qPrintable(orvicWhy)); \
-    } while (false)
-
 // Names of the engine queries made by the metadata collection.
 bool isMetadataQuery(const QString &call);
 

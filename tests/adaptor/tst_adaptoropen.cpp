@@ -96,7 +96,7 @@ void tst_AdaptorOpen::openLocalMedium()
 
     QCOMPARE(h->signalTexts(), localOpenSignals());
     QCOMPARE(h->transportCalls(), localOpenCalls(kMovie));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession setMedia(#) called",
         "D/OPSession setMedia(#):setmedia::/media/movie.mkv ",
         "D/OPSession setMedia(#):mSPMetaData: ",
@@ -264,7 +264,7 @@ void tst_AdaptorOpen::setUrlFailure()
     QCOMPARE(h->signalTexts(), QStringList({"error(2,video format not support)"}));
     QCOMPARE(h->session->state(), S::Player_Stop);
     QVERIFY(h->d->mCurrentUrl.isEmpty());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession setMedia(#) called",
         "D/OPSession setMedia(#):setmedia::/media/movie.mkv ",
         "D/OPSession setMedia(#):mSPMetaData: ",
@@ -323,7 +323,7 @@ void tst_AdaptorOpen::prepareFailureMetadataOnly()
     QCOMPARE(QStringList(maps.at(0).at(0).toMap().keys()), media::localVideoKeys());
     QCOMPARE(h->session->state(), S::Player_Stop);
     QVERIFY(h->d->mCurrentUrl.isEmpty());
-    ORVIC_COMPARE_LOG(h->sessionLog().mid(5), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog().mid(5), QStringList({
         "D/OPSession setState(#):emit state 3",
         "E/OPSession setMedia(#):open file fail -2",
         "D/OPSession setMedia(#):update metadata",
@@ -366,7 +366,7 @@ void tst_AdaptorOpen::noEngine()
 
     QCOMPARE(h->signalTexts(), QStringList());
     QCOMPARE(h->engine.recorder().calls(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession setMedia(#) called",
         "D/OPSession setMedia(#):setmedia::/media/movie.mkv ",
         "D/OPSession setMedia(#): setMedia failed. mFilePlayer is null. ",
@@ -387,7 +387,7 @@ void tst_AdaptorOpen::stopInProgressBeforeOpening()
     QCOMPARE(h->engine.recorder().calls(), QStringList({"SPMetaData::setUrl(" + kMovie + ")"}));
     QCOMPARE(h->signalTexts(), QStringList());
     QCOMPARE(h->session->state(), S::Player_Initialized);
-    ORVIC_COMPARE_LOG(h->sessionLog().mid(2), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog().mid(2), QStringList({
         "D/OPSession setMedia(#):mSPMetaData: ",
         "D/OPSession setMedia(#):setUrl::0 ",
         "D/OPSession setMedia(#):stop process is doing",
@@ -499,7 +499,7 @@ void tst_AdaptorOpen::openMetadata()
     QVERIFY(h->engine.recorder().count("getMediaType") > 0);
     QCOMPARE(h->signalTexts(), QStringList({mapSignal(media::localVideoKeys().size())}));
     QCOMPARE(QStringList(maps.at(0).at(0).toMap().keys()), media::localVideoKeys());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession openMetadata(#) called"}));
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession openMetadata(#) called"}));
     QCOMPARE(h->session->state(), S::Player_Prepared);
 }
 
@@ -512,7 +512,7 @@ void tst_AdaptorOpen::openMetadataWithoutMetadataSession()
     h->d->openMetadata(kMovie);
 
     QCOMPARE(h->signalTexts(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession openMetadata(#) called",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession openMetadata(#) called",
                                                     "D/OPSession openMetadata(#):mMetaSession is null"}));
 }
 
@@ -525,7 +525,7 @@ void tst_AdaptorOpen::openVideoThumbnail()
 
     QCOMPARE(h->signalTexts(), QStringList());
     QCOMPARE(h->engine.recorder().calls(), QStringList());
-    ORVIC_COMPARE_LOG(h->log->lines(), QStringList({"V/OPSession openVideoThumbnail(#) called"}));
+    ORVIC_COMPARE_LINES(h->log->lines(), QStringList({"V/OPSession openVideoThumbnail(#) called"}));
 }
 
 void tst_AdaptorOpen::setResumeData()

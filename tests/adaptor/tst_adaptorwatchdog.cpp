@@ -203,7 +203,7 @@ void tst_AdaptorWatchdog::stuckServiceRecovery()
     QCOMPARE(h->props.sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.stop", "psserver"}, {"ctl.start", "psserver"}}));
 
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + localOpenSignals() + QStringList({"stateChanged(5)"}));
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is blocking,restart it!!! "),
         line("orignal state:5 pos:5000 "),
         line("setMedia:/media/movie.mkv "),
@@ -229,7 +229,7 @@ void tst_AdaptorWatchdog::stoppedServiceWhilePlaying()
                                       + QStringList({"getSpeed()", "play()", "getDuration()", "seekTo(8000)"}));
     QCOMPARE(h->engine.destroyedPlayers(), 1);
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + localOpenSignals() + QStringList({"stateChanged(5)"}));
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is stopped,restart it!!! "),
         line("orignal state:5 pos:8000 "),
         line("setMedia:/media/movie.mkv "),
@@ -252,7 +252,7 @@ void tst_AdaptorWatchdog::stoppedServiceStalledOnTheTenthUpdate()
 
     h->session->timeUpdate(5000);
 
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is stopped,restart it!!! "),
         line("psserver is blocking,restart it!!! "),
         line("orignal state:5 pos:5000 "),
@@ -327,7 +327,7 @@ void tst_AdaptorWatchdog::stoppedServiceByState()
     }
     QCOMPARE(h->transportCalls(), calls);
     QCOMPARE(h->signalTexts(), signalsExpected);
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), lines);
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), lines);
     QCOMPARE(int(h->session->state()), finalState);
     QCOMPARE(h->d->mWatchdogUrl, reopens ? kMovie : QString());
     QCOMPARE(restarts(), 1);
@@ -358,7 +358,7 @@ void tst_AdaptorWatchdog::pausedSessionRestoredPaused()
                                                      "getSpeed()", "pause()", "getPosition()"}));
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + localOpenSignals()
                                    + QStringList({"stateChanged(5)", "stateChanged(10)", "positionChanged(0)"}));
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is stopped,restart it!!! "),
         line("orignal state:10 pos:7000 "),
         line("setMedia:/media/movie.mkv "),
@@ -384,7 +384,7 @@ void tst_AdaptorWatchdog::secondFailureSameUrl()
 
     QCOMPARE(h->transportCalls(), kReleaseCalls + kCreateCalls);
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}));
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is stopped,restart it!!! "),
         line("orignal state:5 pos:2000 "),
         line("already block once:/media/movie.mkv "),
@@ -504,7 +504,7 @@ void tst_AdaptorWatchdog::propertyReadFailure()
     h->session->timeUpdate(1000);
 
     // An unreadable status counts as a running service.
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession checkServer(#):property_get error "}));
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"D/OPSession checkServer(#):property_get error "}));
     QCOMPARE(restarts(), 0);
     QCOMPARE(h->signalTexts(), QStringList());
 }

@@ -84,28 +84,6 @@ inline playback::SPMetaData::VideoAttribute engineVideo(int width, int height, i
     return v;
 }
 
-// Empty when the captured lines are exactly `expected` ("#" = a line number),
-// otherwise a description of the first difference.
-inline QString logMismatch(const LogCapture &log, const QStringList &expected)
-{
-    const QStringList lines = log.lines();
-    for (int i = 0; i < qMax(lines.size(), expected.size()); ++i) {
-        if (i >= lines.size())
-            return QStringLiteral("missing line %1: \"%2\"").arg(i).arg(expected.at(i));
-        if (i >= expected.size())
-            return QStringLiteral("extra line %1: \"%2\"").arg(i).arg(lines.at(i));
-        if (!LogCapture::pattern(expected.at(i)).match(lines.at(i)).hasMatch())
-            return QStringLiteral("line %1 is \"%2\", expected \"%3\"").arg(i).arg(lines.at(i), expected.at(i));
-    }
-    return QString();
-}
-
-#define ORVIC_COMPARE_LOG(log, expected)                                                   \
-    do {                                                                                   \
-        const QString orvicWhy = orvictest::logMismatch(log, expected);                    \
-        QVERIFY2(orvicWhy.isEmpty(), qPrintable(orvicWhy));                                \
-    } while (false)
-
 } // namespace orvictest
 
 #endif // ORVICTEST_METADATATESTUTIL_H
