@@ -123,7 +123,7 @@ void tst_SessionLifecycle::newSession()
         p->script().setDefault("getSpeed", 2.0);  // not asked outside trick play
     });
     Session session(QMediaPlayer::Flags{});
-    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
 
     QCOMPARE(m_engine->recorder().calls(), kEngineUp);
     QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.start", "psserver"}}));
@@ -208,7 +208,7 @@ void tst_SessionLifecycle::engineName()
     QCOMPARE(m_engine->lastPlayer()->name(), name);
     QCOMPARE(m_engine->lastMetaData()->name(), QStringLiteral("SpMetadata"));
     QCOMPARE(m_engine->lastMetaData()->config(), QStringLiteral("default"));
-    QCOMPARE(int(sessionPrivate(&session)->mFlags), flags);
+    QCOMPARE(int(QOrvicPlayerSessionPrivate::get(&session)->mFlags), flags);
 }
 
 // "init.svc.psserver" answers "" three times, then "running": three warnings,
@@ -320,8 +320,8 @@ void tst_SessionLifecycle::initNumbersPlayers()
     }
     QCOMPARE(ids.size(), 2);
     QCOMPARE(ids.at(1), ids.at(0) + 1);
-    QCOMPARE(sessionPrivate(&first)->mPlayerId, ids.at(0));
-    QCOMPARE(sessionPrivate(&second)->mPlayerId, ids.at(1));
+    QCOMPARE(QOrvicPlayerSessionPrivate::get(&first)->mPlayerId, ids.at(0));
+    QCOMPARE(QOrvicPlayerSessionPrivate::get(&second)->mPlayerId, ids.at(1));
 }
 
 // init on an adaptor: state Player_Initialized announced through the session,
@@ -365,7 +365,7 @@ void tst_SessionLifecycle::initOnAdaptor()
 void tst_SessionLifecycle::initAndResetTakeNoOtherLock()
 {
     Session session(QMediaPlayer::Flags{});
-    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
     QOrvicPlayerSessionPrivate adaptor(QMediaPlayer::Flags{});
     adaptor.q = &session;
     QOrvicPlayerSessionPrivate *const adaptors[] = {&adaptor, d};
@@ -462,7 +462,7 @@ void tst_SessionLifecycle::releaseOrder()
 {
     QFETCH(int, stopResult);
     Session session(QMediaPlayer::Flags{});
-    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
     SessionRecorder recorder(&session);
     m_engine->lastPlayer()->script().push("stop", stopResult);
     CallRecorder &calls = m_engine->recorder();
@@ -523,7 +523,7 @@ void tst_SessionLifecycle::resetSequence()
     QFETCH(int, setResult);
     m_engine->onNewPlayer([](ScriptedPlayer *p) { p->script().setDefault("getVolume", 50); });
     Session session(QMediaPlayer::Flags{});
-    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
     QCOMPARE(session.volume(), 50);
     SessionRecorder recorder(&session);
     // The restarted engine reports silence: its volume wins over the saved one.
@@ -638,7 +638,7 @@ void tst_SessionLifecycle::setVideoOutputHasNoEffect()
 void tst_SessionLifecycle::id3PicWithoutMetaSession()
 {
     Session session(QMediaPlayer::Flags{});
-    sessionPrivate(&session)->release();
+    QOrvicPlayerSessionPrivate::get(&session)->release();
     m_log->clear();
     QVERIFY(session.getID3Pic().isNull());
     ORVIC_COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("D/OPSession getID3Pic(#):mMetaSession is null")});

@@ -63,7 +63,7 @@ void tst_SessionLogging::exerciseSession()
     session.manageActList(QOrvicPlayerSession::Msg_Volume, 12);
     session.manageActList(QOrvicPlayerSession::Msg_ResumePlay, QVariant());
     session.enableMessageWait();
-    sessionPrivate(&session)->mMessageWaitLock.unlock();
+    QOrvicPlayerSessionPrivate::get(&session)->mMessageWaitLock.unlock();
     session.waitMessageDone();
     session.stop();
 }
