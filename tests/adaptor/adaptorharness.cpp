@@ -1,8 +1,7 @@
 #include "adaptorharness.h"
+#include "enginerecords.h"
 
 #include <QtMultimedia/QMediaMetaData>
-
-#include <cstring>
 
 namespace orvictest {
 
@@ -11,18 +10,11 @@ void noSleep(unsigned long)
 {
 }
 
+// The harness's media all have 16-bit audio.
 playback::SPMetaData::AudioAttribute audio(int channels, int rate, int bitRate, const char *codec,
                                            const char *language)
 {
-    playback::SPMetaData::AudioAttribute a;
-    std::memset(&a, 0, sizeof a);
-    a.channel = channels;
-    a.samplingRate = rate;
-    a.bitRate = bitRate;
-    std::strncpy(a.codec, codec, sizeof a.codec - 1);
-    std::strncpy(a.language, language, sizeof a.language - 1);
-    a.bitDepth = 16;
-    return a;
+    return engineAudio(channels, rate, bitRate, codec, language, 16);
 }
 
 void tags(ScriptedMetaData *reader)
@@ -86,13 +78,7 @@ void localVideo(ScriptedMetaData *reader)
     s.setDefault("getSubtitleStreamNum", 2);
     reader->setAudioAttribute(0, audio(2, 48000, 128000, "aac", "eng"));
     reader->setAudioAttribute(1, audio(6, 48000, 384000, "ac3", "fra"));
-    playback::SPMetaData::VideoAttribute v;
-    std::memset(&v, 0, sizeof v);
-    v.width = 1920;
-    v.height = 1080;
-    v.frameRate = 25;
-    std::strncpy(v.codec, "h264", sizeof v.codec - 1);
-    reader->setVideoAttribute(0, v);
+    reader->setVideoAttribute(0, engineVideo(1920, 1080, 0, 25, 0, "h264"));
     tags(reader);
 }
 

@@ -1,5 +1,6 @@
 // Playback service and engine lifecycle of the adaptor (init, release, reset,
 // destructor) and what a newly constructed session reports.
+#include "enginerecords.h"
 #include "logcapture.h"
 #include "qorvicmetadatasession.h"
 #include "scriptedplatform.h"
@@ -10,7 +11,6 @@
 #include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
 
-#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -467,10 +467,10 @@ void tst_SessionLifecycle::releaseOrder()
     m_engine->lastPlayer()->script().push("stop", stopResult);
     CallRecorder &calls = m_engine->recorder();
     QObject::connect(d->mMetaSession, &QObject::destroyed, [&calls] { calls.record(QStringLiteral("metaSession destroyed")); });
-    d->mMetaData.videoAttribute = static_cast<Session::VideoAttribute *>(std::calloc(1, sizeof(Session::VideoAttribute)));
-    d->mMetaData.audioAttribute = static_cast<Session::AudioAttribute *>(std::calloc(1, sizeof(Session::AudioAttribute)));
-    d->mMetaData.audioAttribute->id3Info = static_cast<Session::Id3Info *>(std::malloc(sizeof(Session::Id3Info)));
-    d->mMetaData.subtitleAttribute = static_cast<Session::SubtitleAttribute *>(std::calloc(1, sizeof(Session::SubtitleAttribute)));
+    d->mMetaData.videoAttribute = callocBlock<Session::VideoAttribute>();
+    d->mMetaData.audioAttribute = callocBlock<Session::AudioAttribute>();
+    d->mMetaData.audioAttribute->id3Info = callocBlock<Session::Id3Info>();
+    d->mMetaData.subtitleAttribute = callocBlock<Session::SubtitleAttribute>();
     calls.clear();
     m_log->clear();
 
