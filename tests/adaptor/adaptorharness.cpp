@@ -134,7 +134,29 @@ QStringList withoutSubtitlesKeys()
     return sorted(QStringList{QMediaMetaData::Duration} + audioKeys() + tagKeys());
 }
 
+QStringList localOpenCalls(const QString &url)
+{
+    return {"SPMetaData::setUrl(" + url + ")", "setUrl(" + url + ")", "setSubUrl(" + url + ")",
+            "prepare(0,0)", "getDuration()"};
+}
+
+QStringList localOpenSignals()
+{
+    return {"stateChanged(3)", "stateChanged(4)",
+            QStringLiteral("metadataChanged(%1 keys)").arg(localVideoKeys().size()),
+            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
+            "playbackRateChanged(1)"};
+}
+
 } // namespace media
+
+QStringList closeHarness(std::unique_ptr<AdaptorHarness> &harness)
+{
+    const QStringList violations =
+        harness && harness->checker ? harness->checker->violations() : QStringList();
+    harness.reset();
+    return violations;
+}
 
 bool isMetadataQuery(const QString &call)
 {
@@ -255,6 +277,14 @@ void AdaptorHarness::openAndPlay(const QString &url)
 {
     d->setMedia(url);
     d->play();
+}
+
+void AdaptorHarness::openIn(const QString &url, QOrvicPlayerSession::PlayerState state)
+{
+    d->setMedia(url);
+    d->mCurrentState = state;
+    checker.reset(new StateTransitionChecker(session.get()));
+    clear();
 }
 
 } // namespace orvictest

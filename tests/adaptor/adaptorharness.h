@@ -36,6 +36,11 @@ void withoutSubtitles(ScriptedMetaData *reader);
 QStringList localVideoKeys();
 QStringList audioOnlyKeys();
 QStringList withoutSubtitlesKeys();
+
+// A successful open of the local video at `url` from a state up to
+// Player_Stop: the engine calls (without the metadata queries) and the signals.
+QStringList localOpenCalls(const QString &url);
+QStringList localOpenSignals();
 } // namespace media
 
 enum class Medium { Plain, LocalVideo, AudioOnly, WithoutSubtitles };
@@ -72,6 +77,9 @@ public:
     QStringList sessionLog() const;
     // Brings the session to Player_Play on `url` through the adaptor.
     void openAndPlay(const QString &url);
+    // Opens `url`, then puts the adaptor into `state` directly (no
+    // announcement), restarts the checker there and clears the records.
+    void openIn(const QString &url, QOrvicPlayerSession::PlayerState state);
 
     ScriptedPropertyService props;
     ScriptedPlatformControl control;
@@ -90,6 +98,10 @@ private:
     std::vector<std::unique_ptr<QOrvicPlayerSession>> m_extra;
     void (*m_previousSleep)(unsigned long);
 };
+
+// Destroys the harness (if any) and returns the state transitions its checker
+// refused; for a test's cleanup: QCOMPARE(closeHarness(h), QStringList()).
+QStringList closeHarness(std::unique_ptr<AdaptorHarness> &harness);
 
 // Names of the engine queries made by the metadata collection.
 bool isMetadataQuery(const QString &call);

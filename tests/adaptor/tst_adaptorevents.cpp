@@ -129,9 +129,7 @@ void tst_AdaptorEvents::init()
 
 void tst_AdaptorEvents::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_AdaptorEvents::sinkEvents_data()

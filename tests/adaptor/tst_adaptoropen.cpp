@@ -19,20 +19,6 @@ QString mapSignal(int keys)
     return QStringLiteral("metadataChanged(%1 keys)").arg(keys);
 }
 
-// Signals of a successful open of the local video from a state up to Player_Stop.
-QStringList localOpenSignals()
-{
-    return {"stateChanged(3)", "stateChanged(4)", mapSignal(media::localVideoKeys().size()),
-            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
-            "playbackRateChanged(1)"};
-}
-
-QStringList localOpenCalls(const QString &url)
-{
-    return {"SPMetaData::setUrl(" + url + ")", "setUrl(" + url + ")", "setSubUrl(" + url + ")",
-            "prepare(0,0)", "getDuration()"};
-}
-
 QStringList networkOpenCalls(const QString &url)
 {
     return {"setUrl(" + url + ")", "setSubUrl(" + url + ")", "prepare(0,0)"};
@@ -81,9 +67,7 @@ void tst_AdaptorOpen::init()
 
 void tst_AdaptorOpen::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_AdaptorOpen::openLocalMedium()
@@ -94,8 +78,8 @@ void tst_AdaptorOpen::openLocalMedium()
 
     h->d->setMedia(kMovie);
 
-    QCOMPARE(h->signalTexts(), localOpenSignals());
-    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie));
+    QCOMPARE(h->signalTexts(), media::localOpenSignals());
+    QCOMPARE(h->transportCalls(), media::localOpenCalls(kMovie));
     ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession setMedia(#) called",
         "D/OPSession setMedia(#):setmedia::/media/movie.mkv ",
@@ -190,8 +174,8 @@ void tst_AdaptorOpen::networkPrefixes()
         QVERIFY(!h->log->contains("D/OPSession setMedia(#):mSPMetaData: "));
         QVERIFY(!h->log->contains("D/OPSession setMedia(#):open file emit total time # isvideo 0 is audio 0"));
     } else {
-        QCOMPARE(h->transportCalls(), localOpenCalls(url));
-        QCOMPARE(h->signalTexts(), localOpenSignals());
+        QCOMPARE(h->transportCalls(), media::localOpenCalls(url));
+        QCOMPARE(h->signalTexts(), media::localOpenSignals());
         QCOMPARE(h->log->count("D/OPSession setMedia(#):mSPMetaData: "), 1);
     }
     QCOMPARE(h->session->state(), S::Player_Prepared);
@@ -235,8 +219,8 @@ void tst_AdaptorOpen::reopenBusyEngine()
 
     h->d->setMedia(kMovie);
 
-    QStringList calls = localOpenCalls(kMovie);
-    QStringList signalsExpected = localOpenSignals();
+    QStringList calls = media::localOpenCalls(kMovie);
+    QStringList signalsExpected = media::localOpenSignals();
     if (busy) {
         // The engine is stopped and reset first; Preparing is announced twice.
         calls = QStringList({"stop()", "reset()"}) + calls;
@@ -284,7 +268,7 @@ void tst_AdaptorOpen::subUrlFailureIsIgnored()
 
     QVERIFY(h->log->containsInOrder({"D/OPSession setMedia(#):setSubUrl error",
                                      "D/OPSession setMedia(#):open file /media/movie.mkv return value 0 "}));
-    QCOMPARE(h->signalTexts(), localOpenSignals());
+    QCOMPARE(h->signalTexts(), media::localOpenSignals());
     QCOMPARE(h->session->state(), S::Player_Prepared);
 }
 
@@ -478,8 +462,8 @@ void tst_AdaptorOpen::openThroughCommandQueue()
 
     h->session->manageActList(S::Msg_SetMedia, kMovie);
 
-    QCOMPARE(h->signalTexts(), localOpenSignals());
-    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie));
+    QCOMPARE(h->signalTexts(), media::localOpenSignals());
+    QCOMPARE(h->transportCalls(), media::localOpenCalls(kMovie));
     QVERIFY(h->log->containsInOrder({"D/OPSession actMessage(#):play session actMessage 0",
                                      "D/OPSession setMedia(#):setmedia::/media/movie.mkv "}));
 }

@@ -74,9 +74,7 @@ void tst_AdaptorStreams::init()
 
 void tst_AdaptorStreams::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_AdaptorStreams::openMedium(Medium medium, const QString &url)

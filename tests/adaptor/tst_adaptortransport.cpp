@@ -13,20 +13,6 @@ using S = QOrvicPlayerSession;
 namespace {
 const QString kMovie = QStringLiteral("/media/movie.mkv");
 const QString kStream = QStringLiteral("http://host/live.ts");
-
-QStringList localOpenCalls(const QString &url)
-{
-    return {"SPMetaData::setUrl(" + url + ")", "setUrl(" + url + ")", "setSubUrl(" + url + ")",
-            "prepare(0,0)", "getDuration()"};
-}
-
-QStringList localOpenSignals()
-{
-    return {"stateChanged(3)", "stateChanged(4)",
-            QStringLiteral("metadataChanged(%1 keys)").arg(media::localVideoKeys().size()),
-            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
-            "playbackRateChanged(1)"};
-}
 } // namespace
 
 class tst_AdaptorTransport : public QObject
@@ -80,8 +66,6 @@ private Q_SLOTS:
     void transportThroughCommandQueue();
 
 private:
-    // Opens the local video and sets the state directly (and restarts the checker there).
-    void openIn(S::PlayerState state);
     std::unique_ptr<AdaptorHarness> h;
 };
 
@@ -93,17 +77,7 @@ void tst_AdaptorTransport::init()
 
 void tst_AdaptorTransport::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
-}
-
-void tst_AdaptorTransport::openIn(S::PlayerState state)
-{
-    h->d->setMedia(kMovie);
-    h->d->mCurrentState = state;
-    h->checker.reset(new StateTransitionChecker(h->session.get()));
-    h->clear();
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_AdaptorTransport::playFromPrepared()
@@ -140,7 +114,7 @@ void tst_AdaptorTransport::playAllowedStates()
 {
     QFETCH(int, state);
     h->start();
-    openIn(S::PlayerState(state));
+    h->openIn(kMovie, S::PlayerState(state));
 
     h->d->play();
 
@@ -164,7 +138,7 @@ void tst_AdaptorTransport::playRefused()
     QFETCH(int, state);
     QFETCH(bool, withUrl);
     h->start();
-    openIn(S::PlayerState(state));
+    h->openIn(kMovie, S::PlayerState(state));
     if (!withUrl)
         h->d->mCurrentUrl.clear();
 
@@ -228,8 +202,8 @@ void tst_AdaptorTransport::playReopensStoppedMedium()
 
     h->d->play();
 
-    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie) + QStringList({"getSpeed()", "play()", "getDuration()"}));
-    QCOMPARE(h->signalTexts(), localOpenSignals() + QStringList({"stateChanged(5)"}));
+    QCOMPARE(h->transportCalls(), media::localOpenCalls(kMovie) + QStringList({"getSpeed()", "play()", "getDuration()"}));
+    QCOMPARE(h->signalTexts(), media::localOpenSignals() + QStringList({"stateChanged(5)"}));
     QCOMPARE(h->session->state(), S::Player_Play);
 }
 
@@ -304,7 +278,7 @@ void tst_AdaptorTransport::playWithoutEngine()
 void tst_AdaptorTransport::playGivesWayToStop()
 {
     h->start();
-    openIn(S::Player_Prepared);
+    h->openIn(kMovie, S::Player_Prepared);
     h->d->mIsStopping.storeRelease(true);
 
     h->d->play();
@@ -319,7 +293,7 @@ void tst_AdaptorTransport::playGivesWayToStop()
 void tst_AdaptorTransport::playStoppedDuringEnginePlay()
 {
     h->start();
-    openIn(S::Player_Prepared);
+    h->openIn(kMovie, S::Player_Prepared);
     ScriptedPlayer *player = h->player();
     player->script().setDefault("getState", int(playback::SPPlayer::STATE_PLAYING));
     QOrvicPlayerSessionPrivate *d = h->d;
@@ -680,7 +654,7 @@ void tst_AdaptorTransport::readers()
     QFETCH(bool, running);
     QFETCH(bool, trickPlay);
     h->start();
-    openIn(S::PlayerState(state));
+    h->openIn(kMovie, S::PlayerState(state));
     Script &script = h->player()->script();
     script.setDefault("getPosition", 4200);
     script.setDefault("getDuration", 90000);
@@ -744,10 +718,10 @@ void tst_AdaptorTransport::transportThroughCommandQueue()
     session->manageActList(S::Msg_PlayBackRate, QVariant(1.0));
     session->manageActList(S::Msg_Pause, QVariant());
 
-    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie) + QStringList({
+    QCOMPARE(h->transportCalls(), media::localOpenCalls(kMovie) + QStringList({
         "getSpeed()", "play()", "getDuration()", "seekTo(5000)", "setSpeed(2)", "setSpeed(1)",
         "getSpeed()", "pause()", "getPosition()"}));
-    QCOMPARE(h->signalTexts(), localOpenSignals() + QStringList({
+    QCOMPARE(h->signalTexts(), media::localOpenSignals() + QStringList({
         "stateChanged(5)", "stateChanged(6)", "playbackRateChanged(2)", "stateChanged(5)",
         "playbackRateChanged(1)", "stateChanged(10)", "positionChanged(5000)"}));
     QCOMPARE(session->state(), S::Player_Pause);

@@ -71,9 +71,7 @@ void tst_MetadataInvoke::init()
 
 void tst_MetadataInvoke::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_MetadataInvoke::recordsRegisteredOnFirstUse()
