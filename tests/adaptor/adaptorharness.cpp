@@ -6,10 +6,6 @@
 namespace orvictest {
 
 namespace {
-void noSleep(unsigned long)
-{
-}
-
 // The harness's media all have 16-bit audio.
 playback::SPMetaData::AudioAttribute audio(int channels, int rate, int bitRate, const char *codec,
                                            const char *language)
@@ -169,10 +165,8 @@ bool isMetadataQuery(const QString &call)
 }
 
 AdaptorHarness::AdaptorHarness()
-    : log(new LogCapture),
-      m_previousSleep(QOrvicPlayerSessionPrivate::pollSleep)
+    : log(new LogCapture)
 {
-    QOrvicPlayerSessionPrivate::pollSleep = noSleep;
     QOrvicPlayerSessionPrivate::stallCounter.storeRelaxed(0);
 }
 
@@ -183,7 +177,6 @@ AdaptorHarness::~AdaptorHarness()
     m_extra.clear();
     session.reset();
     log.reset();
-    QOrvicPlayerSessionPrivate::pollSleep = m_previousSleep;
     QOrvicPlayerSessionPrivate::stallCounter.storeRelaxed(0);
 }
 

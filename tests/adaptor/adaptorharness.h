@@ -3,6 +3,7 @@
 #ifndef ORVICTEST_ADAPTORHARNESS_H
 #define ORVICTEST_ADAPTORHARNESS_H
 
+#include "instantpolls.h"
 #include "logcapture.h"
 #include "scriptedplatform.h"
 #include "sessionrecorder.h"
@@ -84,6 +85,7 @@ public:
     ScriptedPropertyService props;
     ScriptedPlatformControl control;
     ScriptedEngine engine;
+    InstantPolls polls;
     std::unique_ptr<LogCapture> log;
     std::unique_ptr<QOrvicPlayerSession> session;
     QOrvicPlayerSessionPrivate *d = nullptr;
@@ -96,7 +98,6 @@ private:
     Medium m_medium = Medium::Plain;
     std::function<void(ScriptedPlayer *)> m_extraPlayerSetup;
     std::vector<std::unique_ptr<QOrvicPlayerSession>> m_extra;
-    void (*m_previousSleep)(unsigned long);
 };
 
 // Destroys the harness (if any) and returns the state transitions its checker

@@ -1,6 +1,7 @@
 // Playback service and engine lifecycle of the adaptor (init, release, reset,
 // destructor) and what a newly constructed session reports.
 #include "enginerecords.h"
+#include "instantpolls.h"
 #include "logcapture.h"
 #include "qorvicmetadatasession.h"
 #include "scriptedplatform.h"
@@ -23,13 +24,6 @@ Q_DECLARE_METATYPE(QList<ScriptedPropertyService::Answer>)
 namespace {
 
 const QByteArray kStatusKey("init.svc.psserver");
-
-// Stands in for the 5 ms pause between two polls: records, returns at once.
-QList<unsigned long> g_sleeps;
-void recordSleep(unsigned long ms)
-{
-    g_sleeps.append(ms);
-}
 
 const char kInit[] = "void QOrvicPlayerSessionPrivate::init()";
 const char kReset[] = "void QOrvicPlayerSessionPrivate::reset()";
@@ -91,7 +85,8 @@ private:
     std::unique_ptr<ScriptedEngine> m_engine;
     std::unique_ptr<ScriptedPropertyService> m_properties;
     std::unique_ptr<LogCapture> m_log;
-    void (*m_previousSleep)(unsigned long) = nullptr;
+    // The 5 ms pauses between two polls, recorded instead of waited for.
+    std::unique_ptr<InstantPolls> m_polls;
 };
 
 void tst_SessionLifecycle::init()
@@ -99,14 +94,12 @@ void tst_SessionLifecycle::init()
     m_engine.reset(new ScriptedEngine);
     m_properties.reset(new ScriptedPropertyService);
     m_log.reset(new LogCapture);
-    g_sleeps.clear();
-    m_previousSleep = QOrvicPlayerSessionPrivate::pollSleep;
-    QOrvicPlayerSessionPrivate::pollSleep = recordSleep;
+    m_polls.reset(new InstantPolls);
 }
 
 void tst_SessionLifecycle::cleanup()
 {
-    QOrvicPlayerSessionPrivate::pollSleep = m_previousSleep;
+    m_polls.reset();
     for (const LogEntry &e : m_log->entries())
         QVERIFY2(e.type == QtDebugMsg, qPrintable(e.text));
     m_log.reset();
@@ -229,7 +222,7 @@ void tst_SessionLifecycle::initPollsUntilRunning()
                                runningWarning(QString()), runningWarning(QString()), runningWarning(QString()),
                                QStringLiteral("D/OPSession init(#):save vol 0 is mute 0"),
                                QStringLiteral("D/OPSession init(#):init volume 0")}));
-    QCOMPARE(g_sleeps, (QList<unsigned long>{5, 5, 5}));
+    QCOMPARE(m_polls->pauses(), (QList<unsigned long>{5, 5, 5}));
     QCOMPARE(m_properties->getCount(kStatusKey), 4);
     QCOMPARE(m_properties->gets(), (QList<QByteArray>{kStatusKey, kStatusKey, kStatusKey, kStatusKey}));
     QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.start", "psserver"}}));
@@ -244,7 +237,7 @@ void tst_SessionLifecycle::initWarningCarriesValue()
     const QStringList warnings = m_log->matching(QStringLiteral("Warning: waiting psserver running"));
     ORVIC_COMPARE_LINES(warnings, (QStringList{runningWarning(QStringLiteral("starting")),
                                          runningWarning(QStringLiteral("restarting"))}));
-    QCOMPARE(g_sleeps.size(), 2);
+    QCOMPARE(m_polls->pauses().size(), 2);
 }
 
 void tst_SessionLifecycle::initPropertyGetFailure_data()
@@ -277,7 +270,7 @@ void tst_SessionLifecycle::initPropertyGetFailure()
                       + polling
                       + QStringList({QStringLiteral("D/OPSession init(#):save vol 0 is mute 0"),
                                      QStringLiteral("D/OPSession init(#):init volume 0")}));
-    QCOMPARE(g_sleeps.size(), pauses);
+    QCOMPARE(m_polls->pauses().size(), pauses);
     QCOMPARE(session.state(), Session::Player_Initialized);
 }
 
@@ -553,15 +546,16 @@ void tst_SessionLifecycle::resetSequence()
     m_properties->clearLog();
     m_engine->recorder().clear();
     m_log->clear();
-    g_sleeps.clear();
+    m_polls->clear();
 
     d->reset();
     m_log->setObserver(nullptr);
 
     QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.stop", "psserver"}, {"ctl.start", "psserver"}}));
     QCOMPARE(m_properties->getCount(kStatusKey), notStopped + 2);
-    QCOMPARE(g_sleeps.size(), notStopped);
-    QVERIFY(std::all_of(g_sleeps.cbegin(), g_sleeps.cend(), [](unsigned long ms) { return ms == 5; }));
+    const QList<unsigned long> pauses = m_polls->pauses();
+    QCOMPARE(pauses.size(), notStopped);
+    QVERIFY(std::all_of(pauses.cbegin(), pauses.cend(), [](unsigned long ms) { return ms == 5; }));
     QVERIFY(lockedThroughout);
     QVERIFY(checks >= notStopped + 5);
     QVERIFY(d->mResetLock.tryLock());
