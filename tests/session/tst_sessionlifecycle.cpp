@@ -7,6 +7,7 @@
 #include "scriptedplatform.h"
 #include "sessionaccess.h"
 #include "sessionrecorder.h"
+#include "statetransitionchecker.h"
 
 #include <QtCore/QPointer>
 #include <QtCore/QSemaphore>
@@ -519,6 +520,7 @@ void tst_SessionLifecycle::resetSequence()
     QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
     QCOMPARE(session.volume(), 50);
     SessionRecorder recorder(&session);
+    StateTransitionChecker checker(&session);
     // The restarted engine reports silence: its volume wins over the saved one.
     m_engine->onNewPlayer([](ScriptedPlayer *p) { p->script().setDefault("getVolume", 0); });
 
@@ -580,6 +582,8 @@ void tst_SessionLifecycle::resetSequence()
     QCOMPARE(m_engine->createdPlayers(), 2);
     QCOMPARE(m_engine->destroyedPlayers(), 1);
     QCOMPARE(recorder.texts(), QStringList{QStringLiteral("stateChanged(1)")});
+    QCOMPARE(checker.transitions(), QStringList{QStringLiteral("1->1")});
+    QCOMPARE(checker.violations(), QStringList());
     QCOMPARE(session.state(), Session::Player_Initialized);
     QCOMPARE(session.volume(), 0);
     QCOMPARE(session.isMuted(), true);
