@@ -1,38 +1,25 @@
 // Host build of the playback engine library.
-// Default engine: a player and a metadata reader that exist but refuse every
-// operation, so a session on a PC without an engine comes up and reports
-// failures instead of crashing.
+// Default engine: the player is a client of the playback service psserver
+// (GStreamer); the metadata reader reads the file itself in this process.
+#include "clientplayer.h"
+#include "filemetadata.h"
+
 #include <hostplatform/hostplatform.h>
+
+#include <QtCore/QMutex>
+#include <QtCore/QMutexLocker>
+#include <QtCore/QSet>
 
 #include <atomic>
 
-namespace {
+// The file reader is an optional part of this library: where it is not built
+// in, the reader below that refuses every operation stands in for it.
+namespace hostplatform {
+playback::SPMetaData *createFileMetaData(const char *name, const char *config) __attribute__((weak));
+void destroyFileMetaData(playback::SPMetaData *metaData) __attribute__((weak));
+} // namespace hostplatform
 
-class UnavailablePlayer : public playback::SPPlayer
-{
-public:
-    int setUrl(const char *) override { return -1; }
-    int setSubUrl(const char *) override { return -1; }
-    int prepare(int, int) override { return -1; }
-    int play() override { return -1; }
-    int seekTo(long long) override { return -1; }
-    int pause() override { return -1; }
-    int stop() override { return -1; }
-    int reset() override { return -1; }
-    int getState() override { return STATE_IDLE; }
-    long long getDuration() override { return 0; }
-    long long getPosition() override { return 0; }
-    int setSpeed(double) override { return -1; }
-    double getSpeed() override { return 1.0; }
-    bool isTrickPlaySupported() override { return false; }
-    int getVolume() override { return 0; }
-    int changeStream(int, int) override { return -1; }
-    int getCurrentStream(int) override { return -1; }
-    int setStreamVolume(int) override { return -1; }
-    int setParameter(const char *, const char *, const void *, int) override { return -1; }
-    int getParameter(const char *, const char *, void *, int) override { return -1; }
-    int getSubtitleLanguage(int, char *) override { return -1; }
-};
+namespace {
 
 class UnavailableMetaData : public playback::SPMetaData
 {
@@ -51,24 +38,60 @@ public:
     bool isTagV2() override { return false; }
 };
 
+// Every client player alive in the process. A session gives up a player of a
+// stuck service without destroying it (calling into it could block); such a
+// player stays reachable here, and its threads end with the process.
+class PlayerRegistry
+{
+public:
+    void add(playback::SPPlayer *player)
+    {
+        QMutexLocker lock(&m_mutex);
+        m_players.insert(player);
+    }
+    bool remove(playback::SPPlayer *player)
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_players.remove(player);
+    }
+
+private:
+    QMutex m_mutex;
+    QSet<playback::SPPlayer *> m_players;
+};
+
+PlayerRegistry &players()
+{
+    static PlayerRegistry *registry = new PlayerRegistry; // never destroyed: see above
+    return *registry;
+}
+
 class DefaultFactory : public hostplatform::EngineFactory
 {
 public:
-    playback::SPPlayer *createPlayer(const char *, playback::SPPlayer::CallBack *) override
+    playback::SPPlayer *createPlayer(const char *name, playback::SPPlayer::CallBack *callBack) override
     {
-        return new UnavailablePlayer;
+        auto *player = new hostplayback::ClientPlayer(name, callBack);
+        players().add(player);
+        return player;
     }
     void destroyPlayer(playback::SPPlayer *player) override
     {
-        delete static_cast<UnavailablePlayer *>(player);
+        if (players().remove(player))
+            delete static_cast<hostplayback::ClientPlayer *>(player);
     }
-    playback::SPMetaData *createMetaData(const char *, const char *) override
+    playback::SPMetaData *createMetaData(const char *name, const char *config) override
     {
+        if (hostplatform::createFileMetaData)
+            return hostplatform::createFileMetaData(name, config);
         return new UnavailableMetaData;
     }
     void destroyMetaData(playback::SPMetaData *metaData) override
     {
-        delete static_cast<UnavailableMetaData *>(metaData);
+        if (hostplatform::destroyFileMetaData)
+            hostplatform::destroyFileMetaData(metaData);
+        else
+            delete static_cast<UnavailableMetaData *>(metaData);
     }
 };
 
