@@ -30,6 +30,9 @@ const int kFailureGraceMs = 500;
 // While a local medium prerolls, this often it is checked that the preroll
 // can still make progress.
 const int kPrerollCheckMs = 200;
+// A seek normally settles (the pipeline prerolled again) within milliseconds;
+// this bounds the wait for the news of it.
+const int kSeekSettleMs = 1000;
 // Languages are handed back in the engine's 8-byte field, NUL included.
 const int kLanguageBytes = 7;
 
@@ -83,8 +86,12 @@ PlaybinEngine::PlaybinEngine(const SinkConfig &sinks, QObject *parent)
       m_sinks(sinks),
       m_prepareTimer(this),
       m_prerollCheck(this),
+      m_seekSettle(this),
       m_tick(this)
 {
+    m_seekSettle.setSingleShot(true);
+    m_seekSettle.setInterval(kSeekSettleMs);
+    connect(&m_seekSettle, &QTimer::timeout, this, &PlaybinEngine::seekSettled);
     m_prerollCheck.setInterval(kPrerollCheckMs);
     connect(&m_prerollCheck, &QTimer::timeout, this, &PlaybinEngine::checkPrerollProgress);
     m_prepareTimer.setSingleShot(true);
@@ -476,6 +483,7 @@ int PlaybinEngine::stop()
     m_subtitles.resetShown();
     m_lastPositionMs = 0;
     m_buffering = false;
+    clearSeek();
     setEngineState(SPPlayer::STATE_STOPPED);
     return pswire::ResultOk;
 }
@@ -494,6 +502,7 @@ int PlaybinEngine::reset()
     m_lastPositionMs = 0;
     m_rate = 1.0;
     m_buffering = false;
+    clearSeek();
     m_subtitles.clear();
     m_subtitles.resetShown();
     setEngineState(SPPlayer::STATE_IDLE);
@@ -522,9 +531,33 @@ bool PlaybinEngine::seekWithRate(double rate, qint64 positionMs)
                                GST_SEEK_TYPE_SET, GST_CLOCK_TIME_NONE)
             : gst_element_seek(m_playbin, rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, 0,
                                GST_SEEK_TYPE_SET, ns);
-    if (sent)
+    if (sent) {
         m_lastPositionMs = positionMs;
+        m_seekPending = true;
+        m_seekSettle.start();
+    }
     return sent;
+}
+
+void PlaybinEngine::clearSeek()
+{
+    m_seekPending = false;
+    m_speedPending = false;
+    m_seekSettle.stop();
+}
+
+void PlaybinEngine::seekSettled()
+{
+    if (!m_seekPending)
+        return;
+    m_seekPending = false;
+    m_seekSettle.stop();
+    // A new rate is news once playback runs at it.
+    if (m_speedPending) {
+        m_speedPending = false;
+        emitEvent(pswire::EvSpeedChanged, {m_rate});
+    }
+    updateSubtitle();
 }
 
 int PlaybinEngine::seekTo(qint64 positionMs)
@@ -552,7 +585,7 @@ qint64 PlaybinEngine::position()
     case SPPlayer::STATE_PAUSED:
     case SPPlayer::STATE_COMPLETED: {
         gint64 ns = 0;
-        if (gst_element_query_position(m_playbin, GST_FORMAT_TIME, &ns) && ns >= 0)
+        if (!m_seekPending && queryPosition(&ns))
             m_lastPositionMs = nsToMs(ns);
         return m_lastPositionMs;
     }
@@ -561,6 +594,24 @@ qint64 PlaybinEngine::position()
     default:
         return 0;
     }
+}
+
+// The position of the bin is the furthest of its sinks; the subtitle sink
+// takes cues ahead of time and would run ahead of what plays. The clocked
+// sinks tell where playback is.
+bool PlaybinEngine::queryPosition(gint64 *ns) const
+{
+    for (const char *property : {"audio-sink", "video-sink"}) {
+        GstElement *sink = nullptr;
+        g_object_get(m_playbin, property, &sink, nullptr);
+        if (!sink)
+            continue;
+        const bool known = gst_element_query_position(sink, GST_FORMAT_TIME, ns) && *ns >= 0;
+        gst_object_unref(sink);
+        if (known)
+            return true;
+    }
+    return gst_element_query_position(m_playbin, GST_FORMAT_TIME, ns) && *ns >= 0;
 }
 
 qint64 PlaybinEngine::duration()
@@ -587,7 +638,7 @@ int PlaybinEngine::setSpeed(double rate)
     if (!seekWithRate(rate, position()))
         return pswire::ResultUnsupported;
     m_rate = rate;
-    emitEvent(pswire::EvSpeedChanged, {rate});
+    m_speedPending = true;
     return pswire::ResultOk;
 }
 
@@ -888,7 +939,7 @@ void PlaybinEngine::handleMessage(GstMessage *message)
         if (m_preparePending && GST_MESSAGE_SRC(message) == GST_OBJECT(m_playbin))
             finishPrepare(pswire::ResultOk);
         else if (isPrepared())
-            updateSubtitle(); // a seek ended: show what belongs to the new position
+            seekSettled();
         break;
     case GST_MESSAGE_DURATION_CHANGED: {
         gint64 ns = 0;
@@ -975,7 +1026,7 @@ void PlaybinEngine::addSubtitleSample(qint64 startMs, qint64 durationMs, const Q
 
 void PlaybinEngine::updateSubtitle()
 {
-    if (!m_subtitleOn || !isPrepared())
+    if (!m_subtitleOn || !isPrepared() || m_seekPending)
         return;
     QByteArray text;
     if (m_subtitles.update(position(), &text))

@@ -61,6 +61,7 @@ private:
     int stop();
     int reset();
     qint64 position();
+    bool queryPosition(gint64 *ns) const;
     qint64 duration();
     int setSpeed(double rate);
     int changeStream(int type, int index);
@@ -78,6 +79,8 @@ private:
     void emitEvent(quint32 event, const QVariantList &arguments = QVariantList());
     bool isPrepared() const;
     bool seekWithRate(double rate, qint64 positionMs);
+    void seekSettled();
+    void clearSeek();
     void setPlayFlag(int flag, bool on);
     int streamCount(const char *property) const;
 
@@ -122,6 +125,11 @@ private:
     quint32 m_prepareSequence = 0;
     QTimer m_prepareTimer;
     QTimer m_prerollCheck;
+    // Until a seek has settled the pipeline's position is that of before the
+    // flush or in between: the target is reported instead.
+    QTimer m_seekSettle;
+    bool m_seekPending = false;
+    bool m_speedPending = false;
     QTimer m_tick;
     SubtitleScheduler m_subtitles;
 };
