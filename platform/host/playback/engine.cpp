@@ -12,31 +12,7 @@
 
 #include <atomic>
 
-// The file reader is an optional part of this library: where it is not built
-// in, the reader below that refuses every operation stands in for it.
-namespace hostplatform {
-playback::SPMetaData *createFileMetaData(const char *name, const char *config) __attribute__((weak));
-void destroyFileMetaData(playback::SPMetaData *metaData) __attribute__((weak));
-} // namespace hostplatform
-
 namespace {
-
-class UnavailableMetaData : public playback::SPMetaData
-{
-public:
-    int setUrl(const char *) override { return -1; }
-    int getMediaType() override { return 0; }
-    long long getDuration() override { return 0; }
-    int getProgramNum() override { return 0; }
-    int getAudioStreamNum(int) override { return 0; }
-    int getVideoStreamNum(int) override { return 0; }
-    int getSubtitleStreamNum(int) override { return 0; }
-    int getAudioAttribute(int, int, AudioAttribute &) override { return -1; }
-    int getVideoAttribute(int, int, VideoAttribute &) override { return -1; }
-    const char *getMetaString(const char *) override { return nullptr; }
-    int getPicture(Picture &, int, int) override { return -1; }
-    bool isTagV2() override { return false; }
-};
 
 // Every client player alive in the process. A session gives up a player of a
 // stuck service without destroying it (calling into it could block); such a
@@ -82,16 +58,11 @@ public:
     }
     playback::SPMetaData *createMetaData(const char *name, const char *config) override
     {
-        if (hostplatform::createFileMetaData)
-            return hostplatform::createFileMetaData(name, config);
-        return new UnavailableMetaData;
+        return hostplatform::createFileMetaData(name, config);
     }
     void destroyMetaData(playback::SPMetaData *metaData) override
     {
-        if (hostplatform::destroyFileMetaData)
-            hostplatform::destroyFileMetaData(metaData);
-        else
-            delete static_cast<UnavailableMetaData *>(metaData);
+        hostplatform::destroyFileMetaData(metaData);
     }
 };
 
