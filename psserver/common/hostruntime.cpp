@@ -107,6 +107,22 @@ pid_t instanceLockHolder(const std::string &dir)
     return query.l_pid;
 }
 
+bool isProcessStopped(pid_t pid)
+{
+    const std::string path = "/proc/" + std::to_string(pid) + "/stat";
+    Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0)
+        return false;
+    char stat[512];
+    const ssize_t n = ::read(fd.get(), stat, sizeof stat - 1);
+    if (n <= 0)
+        return false;
+    stat[n] = '\0';
+    // "pid (comm) S ...": the state follows the last ')' (comm may hold any byte).
+    const char *close = std::strrchr(stat, ')');
+    return close && close[1] == ' ' && (close[2] == 'T' || close[2] == 't');
+}
+
 PingResult ping(const std::string &socket, int timeoutMs)
 {
     sockaddr_un address{};

@@ -25,6 +25,10 @@ std::string propertyDirectory(const std::string &dir);
 // does. The lock goes away with the process, however it ends.
 pid_t instanceLockHolder(const std::string &dir);
 
+// True when process `pid` is stopped (SIGSTOP, or a tracer's stop): it will
+// not run until continued.
+bool isProcessStopped(pid_t pid);
+
 enum class PingResult { Answered, NoListener, NoAnswer };
 // Connects to the service socket and exchanges one ping, waiting at most
 // `timeoutMs` for the answer.

@@ -25,8 +25,8 @@ const int kStopGraceMs = 300;
 const int kStartWaitMs = 5000;
 const int kKillWaitMs = 2000;
 // An answering daemon replies in well under a millisecond; this bounds the
-// status check of a frozen one.
-const int kPingTimeoutMs = 250;
+// status check of a hung one.
+const int kPingTimeoutMs = 150;
 const int kPollStepMs = 2;
 
 void sleepMs(int ms)
@@ -194,7 +194,9 @@ int stopService(const std::string &dir)
     if (pid == 0)
         return 0;
     ::kill(pid, SIGTERM);
-    if (waitFor([&] { return !daemonPresent(dir); }, kStopGraceMs))
+    // A stopped process cannot act on SIGTERM: no grace for it.
+    if (!hostruntime::isProcessStopped(pid)
+        && waitFor([&] { return !daemonPresent(dir); }, kStopGraceMs))
         return 0;
     // Still there: hung, or stopped with SIGSTOP (SIGTERM stays pending then).
     ::kill(pid, SIGKILL);
@@ -203,8 +205,11 @@ int stopService(const std::string &dir)
 
 std::string serviceStatus(const std::string &dir)
 {
-    if (!daemonPresent(dir))
+    const pid_t pid = hostruntime::instanceLockHolder(dir);
+    if (pid == 0)
         return pswire::kStatusStopped;
+    if (hostruntime::isProcessStopped(pid))
+        return pswire::kStatusUnresponsive;
     switch (hostruntime::ping(hostruntime::socketPath(dir), kPingTimeoutMs)) {
     case hostruntime::PingResult::Answered:
         return pswire::kStatusRunning;
