@@ -109,6 +109,9 @@ bool spawnDetached(char *const argv[], const char *logFile)
         dfl.sa_handler = SIG_DFL;
         for (int sig : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD})
             ::sigaction(sig, &dfl, nullptr);
+        // The daemon keeps no directory of the starting application busy.
+        if (::chdir("/") != 0)
+            ::_exit(127);
         const int in = ::open("/dev/null", O_RDONLY);
         const int out = ::open(logFile, O_WRONLY | O_CREAT | O_APPEND, 0600);
         if (in >= 0)
