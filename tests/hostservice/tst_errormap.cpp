@@ -95,11 +95,6 @@ void tst_ErrorMap::warnings()
     QCOMPARE(errormap::warningNumber(GQuark(domain), 1), number);
 }
 
-int main(int argc, char *argv[])
-{
-    gst_init(nullptr, nullptr);
-    tst_ErrorMap test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+// The error domains are plain quarks: no gst_init() needed.
+QTEST_GUILESS_MAIN(tst_ErrorMap)
 #include "tst_errormap.moc"

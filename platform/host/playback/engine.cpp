@@ -14,31 +14,40 @@
 
 namespace {
 
-// Every client player alive in the process. A session gives up a player of a
-// stuck service without destroying it (calling into it could block); such a
-// player stays reachable here, and its threads end with the process.
-class PlayerRegistry
+// The engine objects alive in the process. A session gives up the player and
+// the reader of a stuck service without destroying them (calling into them
+// could block); they stay reachable here, and the player's threads end with
+// the process.
+template <typename T>
+class Registry
 {
 public:
-    void add(playback::SPPlayer *player)
+    void add(T *object)
     {
         QMutexLocker lock(&m_mutex);
-        m_players.insert(player);
+        m_objects.insert(object);
     }
-    bool remove(playback::SPPlayer *player)
+    // False for an object this registry does not hold.
+    bool remove(T *object)
     {
         QMutexLocker lock(&m_mutex);
-        return m_players.remove(player);
+        return m_objects.remove(object);
     }
 
 private:
     QMutex m_mutex;
-    QSet<playback::SPPlayer *> m_players;
+    QSet<T *> m_objects;
 };
 
-PlayerRegistry &players()
+Registry<playback::SPPlayer> &players()
 {
-    static PlayerRegistry *registry = new PlayerRegistry; // never destroyed: see above
+    static auto *registry = new Registry<playback::SPPlayer>; // never destroyed: see above
+    return *registry;
+}
+
+Registry<playback::SPMetaData> &readers()
+{
+    static auto *registry = new Registry<playback::SPMetaData>; // never destroyed: see above
     return *registry;
 }
 
@@ -58,11 +67,15 @@ public:
     }
     playback::SPMetaData *createMetaData(const char *name, const char *config) override
     {
-        return hostplatform::createFileMetaData(name, config);
+        playback::SPMetaData *reader = hostplatform::createFileMetaData(name, config);
+        if (reader)
+            readers().add(reader);
+        return reader;
     }
     void destroyMetaData(playback::SPMetaData *metaData) override
     {
-        hostplatform::destroyFileMetaData(metaData);
+        if (readers().remove(metaData))
+            hostplatform::destroyFileMetaData(metaData);
     }
 };
 
