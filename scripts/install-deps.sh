@@ -4,6 +4,10 @@ set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config git ccache
     qtbase5-dev qtmultimedia5-dev libqt5multimedia5-plugins libuchardet-dev
+    # the host playback service (psserver) and its end-to-end media
+    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
+    gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
+    gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-tools
     # host metadata reader (libplayback.so) and the test media generator
     libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
 )
