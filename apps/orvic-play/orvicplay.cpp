@@ -142,10 +142,13 @@ void OrvicPlay::onMetaDataChanged(const QString &key, const QVariant &value)
 
 void OrvicPlay::onMediaMessage(QMediaPlayer::MediaMessage message, const QVariant &info)
 {
-    if (message == QMediaPlayer::BufferingMessage)
+    // Message 0 is buffering progress, or the end of an engine stop while the
+    // session is announcing its transitional Player_Preparing.
+    const bool stopDone = message == QMediaPlayer::BufferingMessage && m_quitting;
+    if (message == QMediaPlayer::BufferingMessage && !stopDone)
         m_bufferingPercent = info.toInt();
     m_printer.event("mediaMessage", {{"message", int(message)}, {"info", QJsonValue::fromVariant(info)}},
-                    EventPrinter::mediaMessageText(message, info));
+                    stopDone ? QStringLiteral("engine stopped") : EventPrinter::mediaMessageText(message, info));
 }
 
 void OrvicPlay::onError(int code, const QString &text)
