@@ -8,6 +8,7 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
 #include <QtTest/QtTest>
 
@@ -72,6 +73,8 @@ private Q_SLOTS:
     void brokenMedia();
     void missingAndUnsupported();
     void truncatedWithIndexEndsEarly();
+    void networkStreamPlays();
+    void networkFailureMidStream();
     void callsFromThreadWithoutEventLoop();
     void twoPlayersAreIndependent();
     void deadServiceNeverBlocks_data();
@@ -484,6 +487,37 @@ void tst_E2ePlayer::truncatedWithIndexEndsEarly()
     QVERIFY(m_events->waitFor("playbackFinish()", 8000));
     QCOMPARE(m_player->getState(), int(SPPlayer::STATE_COMPLETED));
     QVERIFY(m_events->eventsNamed("error").isEmpty());
+}
+
+void tst_E2ePlayer::networkStreamPlays()
+{
+    HttpFileServer server(mediaPath("av-indexed.mp4"), 400000);
+    QVERIFY(!server.url().isEmpty());
+    m_player = open(server.url());
+    QVERIFY(m_player);
+    QCOMPARE(m_player->getDuration(), 6000LL);
+    QVERIFY(m_player->isTrickPlaySupported()); // the server takes ranges
+    QVERIFY(m_events->eventsNamed("bufferingProgessChanged").size() >= 1);
+    QCOMPARE(m_player->play(), 0);
+    QVERIFY(m_events->waitFor("bufferingProgessChanged(100)"));
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 500, 5000);
+    QVERIFY(m_events->eventsNamed("error").isEmpty());
+}
+
+// The server breaks off at 60 % of the file and then answers 404: playback
+// stops with the resource error, reported once.
+void tst_E2ePlayer::networkFailureMidStream()
+{
+    const QString file = mediaPath("av-indexed.mp4");
+    HttpFileServer server(file, 60000, QFileInfo(file).size() * 6 / 10);
+    m_player = open(server.url());
+    QVERIFY(m_player);
+    QCOMPARE(m_player->play(), 0);
+    QVERIFY(m_events->waitFor("error(1303)", 10000)); // resource: not found
+    QTRY_COMPARE(m_player->getState(), int(SPPlayer::STATE_ERROR));
+    QVERIFY(m_player->getPosition() > 0);
+    QTRY_VERIFY(m_events->events().endsWith("stateChanged(8)"));
+    QCOMPARE(m_events->eventsNamed("error"), QStringList({"error(1303)"}));
 }
 
 void tst_E2ePlayer::callsFromThreadWithoutEventLoop()

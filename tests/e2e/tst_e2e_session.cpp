@@ -8,6 +8,8 @@
 #include <qorvicplayersession.h>
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFileInfo>
+#include <QtCore/QRegularExpression>
 #include <QtCore/QSize>
 #include <QtCore/QTimer>
 #include <QtMultimedia/QMediaMetaData>
@@ -48,6 +50,7 @@ private Q_SLOTS:
     void brokenMedia_data();
     void brokenMedia();
     void missingMedium();
+    void networkStreamFailsAsFormatNotSupported();
     void recoversFromKill();
     void recoversFromFreeze();
     void pausedBeforeKillIsPausedAgain();
@@ -267,6 +270,27 @@ void tst_E2eSession::missingMedium()
     QTRY_VERIFY(!m_recorder->texts({"error"}).isEmpty());
     QCOMPARE(m_recorder->texts({"error", "stateChanged"}), QStringList({"error(2,video format not support)"}));
     QCOMPARE(m_session->state(), Session::Player_Stop);
+}
+
+// A stream: no metadata from the open, duration and seekability from the
+// engine's callbacks, buffering as media message 0, and a server that goes
+// away mid-stream as the engine error that reads "file format not support".
+void tst_E2eSession::networkStreamFailsAsFormatNotSupported()
+{
+    const QString file = medium("av-indexed.mp4");
+    HttpFileServer server(file, 60000, QFileInfo(file).size() * 6 / 10);
+    createSession();
+    m_session->manageActList(Session::Msg_SetMedia, QString::fromUtf8(server.url()));
+    QTRY_VERIFY_WITH_TIMEOUT(m_recorder->texts({"playbackRateChanged"}).contains("playbackRateChanged(1)"), 10000);
+    QCOMPARE(m_recorder->texts({"stateChanged", "metadataChanged", "positionChanged"}),
+             QStringList({"stateChanged(3)", "stateChanged(4)"}));
+    QTRY_VERIFY(m_recorder->texts({"durationChanged"}).contains("durationChanged(6000)"));
+    QTRY_VERIFY(m_recorder->texts({"seekableChanged"}).contains("seekableChanged(true)"));
+    QVERIFY(!m_recorder->texts({"mediaMessageChanged"}).filter(QRegularExpression("^mediaMessageChanged\\(0,\\d+\\)$")).isEmpty());
+
+    m_session->manageActList(Session::Msg_Play, QVariant());
+    QTRY_VERIFY_WITH_TIMEOUT(!m_recorder->texts({"error"}).isEmpty(), 10000);
+    QCOMPARE(m_recorder->texts({"error"}), QStringList({"error(2,file format not support)"}));
 }
 
 qint64 tst_E2eSession::interruptAndWaitForResume(int sig)
