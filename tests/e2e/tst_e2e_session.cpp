@@ -47,6 +47,10 @@ private Q_SLOTS:
     void comesUpAgainstRealService();
     void openPlayAndControlMp4();
     void subtitlesThroughSession();
+    void ratesOnTheRealEngine_data();
+    void ratesOnTheRealEngine();
+    void audioStreamOfAudioOnlyMediumIsRefused();
+    void openWhilePlayingStopsFirst();
     void brokenMedia_data();
     void brokenMedia();
     void missingMedium();
@@ -235,6 +239,80 @@ void tst_E2eSession::subtitlesThroughSession()
     QTRY_VERIFY_WITH_TIMEOUT(m_session->position() >= 4300, 3000);
     const QStringList subtitles = m_recorder->texts({"metaDataChanged"}).filter(QMediaMetaData::SubTitle + ",");
     QCOMPARE(subtitles, QStringList({second}));
+}
+
+void tst_E2eSession::ratesOnTheRealEngine_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<float>("rate");
+    QTest::addColumn<int>("state");     // -1: refused
+    QTest::addColumn<QString>("signal"); // what the session reports
+
+    QTest::newRow("fast forward") << "av.mp4" << 2.0f << int(Session::Player_FF) << "playbackRateChanged(2)";
+    QTest::newRow("slow forward") << "av.mp4" << 0.5f << int(Session::Player_SF) << "playbackRateChanged(0.5)";
+    QTest::newRow("fast backward") << "av.mp4" << -2.0f << int(Session::Player_FB) << "playbackRateChanged(-2)";
+    // The engine cannot play at rate 0; the session's table would call it fast forward.
+    QTest::newRow("zero") << "av.mp4" << 0.0f << -1 << "mediaMessageChanged(2,0)";
+    QTest::newRow("slow backward") << "av.mp4" << -0.5f << -1 << "mediaMessageChanged(2,-0.5)";
+    QTest::newRow("backward on mpeg-ts") << "av.ts" << -2.0f << -1 << "mediaMessageChanged(2,-2)";
+}
+
+void tst_E2eSession::ratesOnTheRealEngine()
+{
+    QFETCH(QString, file);
+    QFETCH(float, rate);
+    QFETCH(int, state);
+    QFETCH(QString, signal);
+
+    createSession();
+    QVERIFY(openMedium(file));
+    m_session->manageActList(Session::Msg_Position, 3000);
+    m_session->manageActList(Session::Msg_Play, QVariant());
+    QTRY_VERIFY_WITH_TIMEOUT(m_session->state() == Session::Player_Play && m_session->position() >= 3100, 5000);
+    m_recorder->clear();
+    m_session->manageActList(Session::Msg_PlayBackRate, rate);
+    QTRY_VERIFY(m_recorder->texts({"playbackRateChanged", "mediaMessageChanged"}).contains(signal));
+    if (state < 0) {
+        QCOMPARE(m_session->state(), Session::Player_Play);
+        QCOMPARE(m_recorder->texts({"stateChanged", "playbackRateChanged"}), QStringList());
+        return;
+    }
+    QCOMPARE(int(m_session->state()), state);
+    QTRY_COMPARE(m_session->playbackRate(), rate);
+    const qint64 from = m_session->position();
+    // Moving the way the rate says.
+    QTRY_VERIFY_WITH_TIMEOUT(rate > 0 ? m_session->position() > from + 200 : m_session->position() < from - 200, 3000);
+    // Play leaves trick play by returning to speed 1.
+    m_session->manageActList(Session::Msg_Play, QVariant());
+    QTRY_COMPARE(m_session->state(), Session::Player_Play);
+    QCOMPARE(m_session->playbackRate(), 1.0f);
+}
+
+// The session tests the video block for an audio switch: an audio-only
+// medium is refused before the engine is asked.
+void tst_E2eSession::audioStreamOfAudioOnlyMediumIsRefused()
+{
+    createSession();
+    QVERIFY(openMedium("sine.ogg"));
+    m_session->manageActList(Session::Msg_AudioStream, 0);
+    QTRY_VERIFY(!m_recorder->texts({"error"}).isEmpty());
+    QCOMPARE(m_recorder->texts({"error"}), QStringList({"error(1,has not audio stream)"}));
+}
+
+void tst_E2eSession::openWhilePlayingStopsFirst()
+{
+    createSession();
+    QVERIFY(openMedium("av.mp4"));
+    m_session->manageActList(Session::Msg_Play, QVariant());
+    QTRY_VERIFY_WITH_TIMEOUT(m_session->position() >= 300, 3000);
+    m_recorder->clear();
+    QVERIFY(openMedium("sine.ogg"));
+    QCOMPARE(m_recorder->texts({"stateChanged", "error"}),
+             QStringList({"stateChanged(3)", "stateChanged(3)", "stateChanged(4)"}));
+    QCOMPARE(lastMetadata().value(QMediaMetaData::Duration).toLongLong(), 4000LL);
+    m_session->manageActList(Session::Msg_Play, QVariant());
+    QTRY_VERIFY_WITH_TIMEOUT(m_session->position() >= 300, 3000);
+    QCOMPARE(m_session->duration(), 4000LL);
 }
 
 void tst_E2eSession::brokenMedia_data()
