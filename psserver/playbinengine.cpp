@@ -322,6 +322,7 @@ void PlaybinEngine::prepare(quint32 sequence)
     m_noticesSent.clear();
     setEngineState(SPPlayer::STATE_PREPARING);
     m_prepareTimer.start(m_network ? kPrepareNetworkMs : kPrepareLocalMs);
+    m_haltedChecks = 0;
     if (!m_network)
         m_prerollCheck.start();
     switch (gst_element_set_state(m_playbin, GST_STATE_PAUSED)) {
@@ -384,10 +385,17 @@ void PlaybinEngine::cancelPrepare()
 // decodebin holds back the errors of an element while it plugs it in; a
 // demuxer that fails in that moment (a file cut short, an empty container)
 // stops without streams and without a word, and the preroll would wait for
-// ever. Such a demuxer is recognised by its stopped task.
+// ever. Such a demuxer is recognised by its stopped task and its missing
+// source pads, seen on two checks in a row.
 void PlaybinEngine::checkPrerollProgress()
 {
-    if (!m_preparePending || !demuxerHaltedWithoutStreams())
+    if (!m_preparePending)
+        return;
+    if (!demuxerHaltedWithoutStreams()) {
+        m_haltedChecks = 0;
+        return;
+    }
+    if (++m_haltedChecks < 2)
         return;
     qWarning("preroll of %s cannot go on: the demuxer stopped without streams", qPrintable(m_uri));
     finishPrepare(errormap::kStreamBase + GST_STREAM_ERROR_DEMUX);
@@ -407,7 +415,12 @@ bool PlaybinEngine::demuxerHaltedWithoutStreams() const
             GstElementFactory *factory = gst_element_get_factory(element);
             const gchar *klass = factory
                     ? gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS) : nullptr;
-            GstPad *sink = klass && std::strstr(klass, "Demux")
+            // A demuxer that exposed streams, or one that hands data on in
+            // pull mode (a tag demuxer), is not stuck.
+            GST_OBJECT_LOCK(element);
+            const bool exposedNothing = element->numsrcpads == 0;
+            GST_OBJECT_UNLOCK(element);
+            GstPad *sink = klass && std::strstr(klass, "Demux") && exposedNothing
                     ? gst_element_get_static_pad(element, "sink") : nullptr;
             if (sink) {
                 GST_OBJECT_LOCK(sink);

@@ -127,6 +127,7 @@ private:
     quint32 m_prepareSequence = 0;
     QTimer m_prepareTimer;
     QTimer m_prerollCheck;
+    int m_haltedChecks = 0;
     // Until a seek has settled the pipeline's position is that of before the
     // flush or in between: the target is reported instead.
     QTimer m_seekSettle;
