@@ -81,6 +81,7 @@ private Q_SLOTS:
     void deadServiceNeverBlocks();
     void frozenServiceRecoversAfterContinue();
     void noServiceAtCreation();
+    void configuredSinks();
 
 private:
     PlayerPtr open(const QByteArray &url);
@@ -668,6 +669,28 @@ void tst_E2ePlayer::noServiceAtCreation()
     QCOMPARE(m_player->getVolume(), 100);
     QCOMPARE(m_player->getState(), int(SPPlayer::STATE_IDLE));
     QVERIFY(timer.elapsed() < 1000);
+}
+
+// Real sinks come from the environment of whoever starts the daemon; a
+// description that cannot be built falls back to the headless sink.
+void tst_E2ePlayer::configuredSinks()
+{
+    QCOMPARE(stopService(), 0);
+    QVERIFY(m_runtime->daemonLog().contains("audio sink: fakesink sync=true, video sink: fakesink sync=true"));
+    qputenv("ORVIC_AUDIO_SINK", "audioconvert ! fakesink sync=true");
+    qputenv("ORVIC_VIDEO_SINK", "no-such-element");
+    const bool started = startServiceAndWait();
+    qunsetenv("ORVIC_AUDIO_SINK");
+    qunsetenv("ORVIC_VIDEO_SINK");
+    QVERIFY(started);
+    m_player = open(local("av.mp4"));
+    QVERIFY(m_player);
+    QCOMPARE(m_player->play(), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 300, 3000);
+    const QByteArray log = m_runtime->daemonLog();
+    QVERIFY2(log.contains("audio sink: audioconvert ! fakesink sync=true, video sink: no-such-element"),
+             log.constData());
+    QVERIFY2(log.contains("cannot build sink \"no-such-element\""), log.constData());
 }
 
 QTEST_GUILESS_MAIN(tst_E2ePlayer)

@@ -54,6 +54,8 @@ private Q_SLOTS:
     void brokenMedia_data();
     void brokenMedia();
     void missingMedium();
+    void metadataOnlySession();
+    void metadataOnlySessionPublishesBeforeFailing();
     void networkStreamFailsAsFormatNotSupported();
     void recoversFromKill();
     void recoversFromFreeze();
@@ -348,6 +350,34 @@ void tst_E2eSession::missingMedium()
     QTRY_VERIFY(!m_recorder->texts({"error"}).isEmpty());
     QCOMPARE(m_recorder->texts({"error", "stateChanged"}), QStringList({"error(2,video format not support)"}));
     QCOMPARE(m_session->state(), Session::Player_Stop);
+}
+
+void tst_E2eSession::metadataOnlySession()
+{
+    m_session.reset(new Session(QMediaPlayer::MetaDataOnly));
+    m_recorder.reset(new SessionRecorder(m_session.get()));
+    QCOMPARE(m_session->state(), Session::Player_Initialized);
+    QVERIFY(openMedium("av.mp4"));
+    QCOMPARE(lastMetadata().value(QMediaMetaData::Duration).toLongLong(), 6000LL);
+    m_session->manageActList(Session::Msg_Play, QVariant());
+    QTRY_VERIFY(!m_recorder->texts({"error"}).isEmpty());
+    QCOMPARE(m_recorder->texts({"error"}), QStringList({"error(1,onlymetadata flag not support play)"}));
+    QCOMPARE(m_session->state(), Session::Player_Prepared);
+}
+
+// A metadata-only session whose preparation fails still publishes what the
+// reader found, then the error.
+void tst_E2eSession::metadataOnlySessionPublishesBeforeFailing()
+{
+    m_session.reset(new Session(QMediaPlayer::MetaDataOnly));
+    m_recorder.reset(new SessionRecorder(m_session.get()));
+    m_session->manageActList(Session::Msg_SetMedia, medium("truncated.mp4"));
+    QTRY_VERIFY_WITH_TIMEOUT(!m_recorder->texts({"error"}).isEmpty(), 10000);
+    const QStringList texts = m_recorder->texts({"stateChanged", "metadataChanged", "error"});
+    QCOMPARE(texts.size(), 3);
+    QCOMPARE(texts.at(0), QStringLiteral("stateChanged(3)"));
+    QVERIFY(texts.at(1).startsWith("metadataChanged("));
+    QCOMPARE(texts.at(2), QStringLiteral("error(1,video format not support)"));
 }
 
 // A stream: no metadata from the open, duration and seekability from the
