@@ -112,7 +112,11 @@ int main(int argc, char *argv[])
     ::signal(SIGPIPE, SIG_IGN);
 
     const std::string socket = hostruntime::socketPath(dir);
-    Server server(QString::fromStdString(socket), SinkConfig::fromEnvironment());
+    const SinkConfig sinks = SinkConfig::fromEnvironment();
+    qInfo("audio sink: %s, video sink: %s",
+          sinks.audioSink.isEmpty() ? "fakesink sync=true" : sinks.audioSink.constData(),
+          sinks.videoSink.isEmpty() ? "fakesink sync=true" : sinks.videoSink.constData());
+    Server server(QString::fromStdString(socket), sinks);
     if (!server.listen())
         return 2;
     qInfo("listening on %s", socket.c_str());

@@ -33,6 +33,8 @@ const int kPrerollCheckMs = 200;
 // A seek normally settles (the pipeline prerolled again) within milliseconds;
 // this bounds the wait for the news of it.
 const int kSeekSettleMs = 1000;
+// Buffering levels below full are reported at most this often.
+const int kBufferingReportMs = 250;
 // Languages are handed back in the engine's 8-byte field, NUL included.
 const int kLanguageBytes = 7;
 
@@ -320,6 +322,7 @@ void PlaybinEngine::prepare(quint32 sequence)
     m_noticesSent.clear();
     setEngineState(SPPlayer::STATE_PREPARING);
     m_prepareTimer.start(m_network ? kPrepareNetworkMs : kPrepareLocalMs);
+    m_haltedChecks = 0;
     if (!m_network)
         m_prerollCheck.start();
     switch (gst_element_set_state(m_playbin, GST_STATE_PAUSED)) {
@@ -382,10 +385,17 @@ void PlaybinEngine::cancelPrepare()
 // decodebin holds back the errors of an element while it plugs it in; a
 // demuxer that fails in that moment (a file cut short, an empty container)
 // stops without streams and without a word, and the preroll would wait for
-// ever. Such a demuxer is recognised by its stopped task.
+// ever. Such a demuxer is recognised by its stopped task and its missing
+// source pads, seen on two checks in a row.
 void PlaybinEngine::checkPrerollProgress()
 {
-    if (!m_preparePending || !demuxerHaltedWithoutStreams())
+    if (!m_preparePending)
+        return;
+    if (!demuxerHaltedWithoutStreams()) {
+        m_haltedChecks = 0;
+        return;
+    }
+    if (++m_haltedChecks < 2)
         return;
     qWarning("preroll of %s cannot go on: the demuxer stopped without streams", qPrintable(m_uri));
     finishPrepare(errormap::kStreamBase + GST_STREAM_ERROR_DEMUX);
@@ -405,7 +415,12 @@ bool PlaybinEngine::demuxerHaltedWithoutStreams() const
             GstElementFactory *factory = gst_element_get_factory(element);
             const gchar *klass = factory
                     ? gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS) : nullptr;
-            GstPad *sink = klass && std::strstr(klass, "Demux")
+            // A demuxer that exposed streams, or one that hands data on in
+            // pull mode (a tag demuxer), is not stuck.
+            GST_OBJECT_LOCK(element);
+            const bool exposedNothing = element->numsrcpads == 0;
+            GST_OBJECT_UNLOCK(element);
+            GstPad *sink = klass && std::strstr(klass, "Demux") && exposedNothing
                     ? gst_element_get_static_pad(element, "sink") : nullptr;
             if (sink) {
                 GST_OBJECT_LOCK(sink);
@@ -444,8 +459,7 @@ int PlaybinEngine::play()
         Q_FALLTHROUGH();
     case SPPlayer::STATE_PREPARED:
     case SPPlayer::STATE_PAUSED:
-        // While a network stream refills, it resumes once the buffer is full.
-        if (!m_buffering && gst_element_set_state(m_playbin, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
+        if (gst_element_set_state(m_playbin, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
             return pswire::ResultFailed;
         setEngineState(SPPlayer::STATE_PLAYING);
         return pswire::ResultOk;
@@ -482,7 +496,7 @@ int PlaybinEngine::stop()
         emitEvent(pswire::EvSubtitleChanged, {QByteArray(), 1});
     m_subtitles.resetShown();
     m_lastPositionMs = 0;
-    m_buffering = false;
+    m_bufferingPercent = -1;
     clearSeek();
     setEngineState(SPPlayer::STATE_STOPPED);
     return pswire::ResultOk;
@@ -501,7 +515,7 @@ int PlaybinEngine::reset()
     m_durationMs = 0;
     m_lastPositionMs = 0;
     m_rate = 1.0;
-    m_buffering = false;
+    m_bufferingPercent = -1;
     clearSeek();
     m_subtitles.clear();
     m_subtitles.resetShown();
@@ -975,6 +989,7 @@ void PlaybinEngine::handleError(GstMessage *message)
     }
     if (m_state == SPPlayer::STATE_ERROR || !isPrepared())
         return; // the first error of a failure is the one reported
+    position(); // where it broke off stays the position
     gst_element_set_state(m_playbin, GST_STATE_READY);
     emitEvent(pswire::EvError, {number});
     setEngineState(SPPlayer::STATE_ERROR);
@@ -997,22 +1012,23 @@ void PlaybinEngine::handleWarning(GstMessage *message)
     emitEvent(pswire::EvError, {number});
 }
 
+// Buffering of network media is reported as it goes, a full buffer at once,
+// other levels at most every kBufferingReportMs: the queue's level swings
+// with every chunk a slow server sends. Playback is not paused for it:
+// pausing on those swings stalls playback that the sinks would carry on
+// with; an underrun simply makes the sinks wait.
 void PlaybinEngine::handleBuffering(GstMessage *message)
 {
     gint percent = 0;
     gst_message_parse_buffering(message, &percent);
-    emitEvent(pswire::EvBufferingProgress, {percent});
-    if (!m_network || !isPrepared())
+    if (percent == m_bufferingPercent || m_state == SPPlayer::STATE_ERROR)
         return;
-    // A network stream pauses while its buffer refills and goes on when full.
-    if (percent < 100 && !m_buffering && m_state == SPPlayer::STATE_PLAYING) {
-        m_buffering = true;
-        gst_element_set_state(m_playbin, GST_STATE_PAUSED);
-    } else if (percent >= 100 && m_buffering) {
-        m_buffering = false;
-        if (m_state == SPPlayer::STATE_PLAYING)
-            gst_element_set_state(m_playbin, GST_STATE_PLAYING);
-    }
+    const bool edge = percent == 100 || m_bufferingPercent == 100 || m_bufferingPercent < 0;
+    if (!edge && m_bufferingReported.isValid() && m_bufferingReported.elapsed() < kBufferingReportMs)
+        return;
+    m_bufferingPercent = percent;
+    m_bufferingReported.start();
+    emitEvent(pswire::EvBufferingProgress, {percent});
 }
 
 void PlaybinEngine::addSubtitleSample(qint64 startMs, qint64 durationMs, const QByteArray &text)

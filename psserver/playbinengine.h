@@ -7,6 +7,7 @@
 #include "subtitlescheduler.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 #include <QtCore/QTimer>
@@ -115,7 +116,8 @@ private:
     bool m_subtitleOn = false;
     bool m_videoOn = true;
     bool m_audioOn = true;
-    bool m_buffering = false;
+    int m_bufferingPercent = -1; // last reported
+    QElapsedTimer m_bufferingReported;
     QList<int> m_noticesSent;
     bool m_aboutToFinishSent = false;
     // Stream counts (video, audio, text) as last reported.
@@ -125,6 +127,7 @@ private:
     quint32 m_prepareSequence = 0;
     QTimer m_prepareTimer;
     QTimer m_prerollCheck;
+    int m_haltedChecks = 0;
     // Until a seek has settled the pipeline's position is that of before the
     // flush or in between: the target is reported instead.
     QTimer m_seekSettle;

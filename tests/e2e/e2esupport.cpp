@@ -5,8 +5,13 @@
 #include <cutils/properties.h>
 
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QMutexLocker>
+#include <QtCore/QRegularExpression>
 #include <QtCore/QThread>
+#include <QtCore/QTimer>
+#include <QtNetwork/QTcpServer>
+#include <QtNetwork/QTcpSocket>
 #include <QtTest/QTest>
 
 #include <csignal>
@@ -74,6 +79,139 @@ bool signalDaemon(int sig)
 {
     const pid_t pid = daemonPid();
     return pid > 0 && ::kill(pid, sig) == 0;
+}
+
+// ---------------------------------------------------------- http server ----
+
+class HttpWorker : public QObject
+{
+public:
+    HttpWorker(const QString &file, int bytesPerSecond, qint64 cutAfter)
+        : m_bytesPerSecond(bytesPerSecond), m_cutAfter(cutAfter)
+    {
+        QFile f(file);
+        if (f.open(QIODevice::ReadOnly))
+            m_data = f.readAll();
+    }
+
+    quint16 listen()
+    {
+        m_server = new QTcpServer(this);
+        connect(m_server, &QTcpServer::newConnection, this, &HttpWorker::accept);
+        return m_server->listen(QHostAddress::LocalHost) ? m_server->serverPort() : 0;
+    }
+
+    void shutdown()
+    {
+        delete m_server;
+        m_server = nullptr;
+        const QList<QTcpSocket *> sockets = findChildren<QTcpSocket *>();
+        for (QTcpSocket *socket : sockets)
+            socket->abort();
+        qDeleteAll(findChildren<QTimer *>());
+    }
+
+private:
+    // Chunks go out every this many ms, at the configured pace.
+    static constexpr int kChunkIntervalMs = 50;
+
+    void accept()
+    {
+        while (QTcpSocket *socket = m_server->nextPendingConnection()) {
+            socket->setParent(this);
+            connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readRequest(socket); });
+        }
+    }
+
+    void readRequest(QTcpSocket *socket)
+    {
+        QByteArray &request = m_requests[socket];
+        request += socket->readAll();
+        if (!request.contains("\r\n\r\n"))
+            return;
+        qint64 from = 0;
+        const QRegularExpressionMatch range =
+                QRegularExpression(QStringLiteral("(?i)range:\\s*bytes=(\\d+)-")).match(QString::fromLatin1(request));
+        if (range.hasMatch())
+            from = range.captured(1).toLongLong();
+        m_requests.remove(socket);
+
+        if (m_cutAfter >= 0 && m_served) {
+            socket->write("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+            socket->disconnectFromHost();
+            return;
+        }
+        m_served = true;
+        const qint64 size = m_data.size();
+        from = qBound<qint64>(0, from, size);
+        QByteArray head = range.hasMatch() ? "HTTP/1.1 206 Partial Content\r\n" : "HTTP/1.1 200 OK\r\n";
+        head += "Content-Type: video/mp4\r\nAccept-Ranges: bytes\r\nConnection: close\r\n";
+        head += "Content-Length: " + QByteArray::number(size - from) + "\r\n";
+        if (range.hasMatch())
+            head += "Content-Range: bytes " + QByteArray::number(from) + "-" + QByteArray::number(size - 1) + "/"
+                    + QByteArray::number(size) + "\r\n";
+        socket->write(head + "\r\n");
+        send(socket, from);
+    }
+
+    void send(QTcpSocket *socket, qint64 offset)
+    {
+        auto *timer = new QTimer(this);
+        timer->setInterval(kChunkIntervalMs);
+        const qint64 chunk = qMax<qint64>(1, qint64(m_bytesPerSecond) * kChunkIntervalMs / 1000);
+        connect(socket, &QObject::destroyed, timer, &QObject::deleteLater);
+        connect(timer, &QTimer::timeout, socket, [this, socket, timer, chunk, offset]() mutable {
+            qint64 end = qMin<qint64>(offset + chunk, m_data.size());
+            const bool cut = m_cutAfter >= 0 && end >= m_cutAfter;
+            if (cut)
+                end = m_cutAfter;
+            socket->write(m_data.constData() + offset, end - offset);
+            offset = end;
+            if (cut) {
+                socket->flush();
+                socket->abort(); // the server goes away in the middle
+                timer->deleteLater();
+            } else if (offset >= m_data.size()) {
+                socket->disconnectFromHost();
+                timer->deleteLater();
+            }
+        });
+        timer->start();
+    }
+
+    QByteArray m_data;
+    int m_bytesPerSecond;
+    qint64 m_cutAfter;
+    bool m_served = false;
+    QTcpServer *m_server = nullptr;
+    QHash<QTcpSocket *, QByteArray> m_requests;
+};
+
+HttpFileServer::HttpFileServer(const QString &file, int bytesPerSecond, qint64 cutAfter)
+    : m_thread(new QThread),
+      m_worker(new HttpWorker(file, bytesPerSecond, cutAfter))
+{
+    m_worker->moveToThread(m_thread);
+    m_thread->start();
+    quint16 port = 0;
+    QMetaObject::invokeMethod(m_worker, [this, &port] { port = m_worker->listen(); },
+                              Qt::BlockingQueuedConnection);
+    if (port)
+        m_url = "http://127.0.0.1:" + QByteArray::number(port) + "/" + QFileInfo(file).fileName().toUtf8();
+}
+
+HttpFileServer::~HttpFileServer()
+{
+    QMetaObject::invokeMethod(m_worker, [this] { m_worker->shutdown(); }, Qt::BlockingQueuedConnection);
+    m_thread->quit();
+    m_thread->wait();
+    delete m_worker;
+    delete m_thread;
+}
+
+QByteArray HttpFileServer::url() const
+{
+    return m_url;
 }
 
 // ------------------------------------------------------------ callback ----

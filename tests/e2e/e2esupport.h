@@ -14,7 +14,33 @@
 
 #include <sys/types.h>
 
+class QThread;
+
 namespace orvice2e {
+
+class HttpWorker;
+
+// A small HTTP server on 127.0.0.1 for network media, on a thread of its
+// own (the client's calls block the test's thread). Serves one file at a
+// fixed pace; with `cutAfter` set, the first answer breaks off after that
+// many bytes and every later request is answered 404, as when a server goes
+// away in the middle of a stream.
+class HttpFileServer
+{
+public:
+    HttpFileServer(const QString &file, int bytesPerSecond, qint64 cutAfter = -1);
+    ~HttpFileServer();
+    HttpFileServer(const HttpFileServer &) = delete;
+    HttpFileServer &operator=(const HttpFileServer &) = delete;
+
+    // http://127.0.0.1:<port>/<file name>; empty when the server did not start.
+    QByteArray url() const;
+
+private:
+    QThread *m_thread;
+    HttpWorker *m_worker;
+    QByteArray m_url;
+};
 
 // Generated media of the e2e fixture.
 QString mediaPath(const QString &name);

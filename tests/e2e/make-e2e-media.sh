@@ -45,22 +45,22 @@ fi
 # The same video and first audio track as MPEG-TS: a container whose demuxer
 # cannot play backwards.
 [ -s av.ts ] || ff -i av.mp4 -map 0:v -map 0:a:0 -c copy -bsf:v h264_mp4toannexb av.ts
+# The MP4 with its index in front, as a streaming server offers it.
+[ -s av-indexed.mp4 ] || ff -i av.mp4 -map 0 -c copy -movflags +faststart av-indexed.mp4
 
 # Broken media: zero bytes; the first half of the MP4 (its index is written
 # last, so the half has none); the first half of an MP4 with its index in
 # front (plays until the data runs out); an MP4 file type box followed by
-# garbage; a text file named as MP3; and a genuine MP3 under an MP4 name (the content,
-# not the name, decides: that one plays).
+# garbage; a text file named as MP3; and a genuine MP3 under an MP4 name
+# (the content, not the name, decides: that one plays).
 [ -e empty.mp4 ] || : > empty.mp4
 if [ ! -s truncated.mp4 ]; then
     size=$(stat -c %s av.mp4)
     head -c $((size / 2)) av.mp4 > truncated.mp4
 fi
 if [ ! -s truncated-indexed.mp4 ]; then
-    ff -i av.mp4 -map 0 -c copy -movflags +faststart indexed.mp4
-    size=$(stat -c %s indexed.mp4)
-    head -c $((size / 2)) indexed.mp4 > truncated-indexed.mp4
-    rm -f indexed.mp4
+    size=$(stat -c %s av-indexed.mp4)
+    head -c $((size / 2)) av-indexed.mp4 > truncated-indexed.mp4
 fi
 if [ ! -s corrupt.mp4 ]; then
     { printf '\x00\x00\x00\x18ftypisom'; head -c 65536 /dev/zero | tr '\0' 'Z'; } > corrupt.mp4

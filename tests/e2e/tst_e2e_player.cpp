@@ -8,6 +8,7 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
 #include <QtTest/QtTest>
 
@@ -72,12 +73,15 @@ private Q_SLOTS:
     void brokenMedia();
     void missingAndUnsupported();
     void truncatedWithIndexEndsEarly();
+    void networkStreamPlays();
+    void networkFailureMidStream();
     void callsFromThreadWithoutEventLoop();
     void twoPlayersAreIndependent();
     void deadServiceNeverBlocks_data();
     void deadServiceNeverBlocks();
     void frozenServiceRecoversAfterContinue();
     void noServiceAtCreation();
+    void configuredSinks();
 
 private:
     PlayerPtr open(const QByteArray &url);
@@ -486,6 +490,37 @@ void tst_E2ePlayer::truncatedWithIndexEndsEarly()
     QVERIFY(m_events->eventsNamed("error").isEmpty());
 }
 
+void tst_E2ePlayer::networkStreamPlays()
+{
+    HttpFileServer server(mediaPath("av-indexed.mp4"), 400000);
+    QVERIFY(!server.url().isEmpty());
+    m_player = open(server.url());
+    QVERIFY(m_player);
+    QCOMPARE(m_player->getDuration(), 6000LL);
+    QVERIFY(m_player->isTrickPlaySupported()); // the server takes ranges
+    QVERIFY(m_events->eventsNamed("bufferingProgessChanged").size() >= 1);
+    QCOMPARE(m_player->play(), 0);
+    QVERIFY(m_events->waitFor("bufferingProgessChanged(100)"));
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 500, 5000);
+    QVERIFY(m_events->eventsNamed("error").isEmpty());
+}
+
+// The server breaks off at 60 % of the file and then answers 404: playback
+// stops with the resource error, reported once.
+void tst_E2ePlayer::networkFailureMidStream()
+{
+    const QString file = mediaPath("av-indexed.mp4");
+    HttpFileServer server(file, 60000, QFileInfo(file).size() * 6 / 10);
+    m_player = open(server.url());
+    QVERIFY(m_player);
+    QCOMPARE(m_player->play(), 0);
+    QVERIFY(m_events->waitFor("error(1303)", 10000)); // resource: not found
+    QTRY_COMPARE(m_player->getState(), int(SPPlayer::STATE_ERROR));
+    QVERIFY(m_player->getPosition() > 0);
+    QTRY_VERIFY(m_events->events().endsWith("stateChanged(8)"));
+    QCOMPARE(m_events->eventsNamed("error"), QStringList({"error(1303)"}));
+}
+
 void tst_E2ePlayer::callsFromThreadWithoutEventLoop()
 {
     m_player.reset(SPPlayer::create("Qspmediaplayer", m_events.get()));
@@ -634,6 +669,28 @@ void tst_E2ePlayer::noServiceAtCreation()
     QCOMPARE(m_player->getVolume(), 100);
     QCOMPARE(m_player->getState(), int(SPPlayer::STATE_IDLE));
     QVERIFY(timer.elapsed() < 1000);
+}
+
+// Real sinks come from the environment of whoever starts the daemon; a
+// description that cannot be built falls back to the headless sink.
+void tst_E2ePlayer::configuredSinks()
+{
+    QCOMPARE(stopService(), 0);
+    QVERIFY(m_runtime->daemonLog().contains("audio sink: fakesink sync=true, video sink: fakesink sync=true"));
+    qputenv("ORVIC_AUDIO_SINK", "audioconvert ! fakesink sync=true");
+    qputenv("ORVIC_VIDEO_SINK", "no-such-element");
+    const bool started = startServiceAndWait();
+    qunsetenv("ORVIC_AUDIO_SINK");
+    qunsetenv("ORVIC_VIDEO_SINK");
+    QVERIFY(started);
+    m_player = open(local("av.mp4"));
+    QVERIFY(m_player);
+    QCOMPARE(m_player->play(), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 300, 3000);
+    const QByteArray log = m_runtime->daemonLog();
+    QVERIFY2(log.contains("audio sink: audioconvert ! fakesink sync=true, video sink: no-such-element"),
+             log.constData());
+    QVERIFY2(log.contains("cannot build sink \"no-such-element\""), log.constData());
 }
 
 QTEST_GUILESS_MAIN(tst_E2ePlayer)
