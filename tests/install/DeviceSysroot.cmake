@@ -15,6 +15,8 @@
 # script adding the PC build's key library), and for "complete" the PC build's
 # platform libraries stand in for the device's.
 
+cmake_minimum_required(VERSION 3.21)
+
 foreach(_v CASE SOURCE_DIR BUILD_DIR WORK_DIR BASE_SYSROOT TRIPLET CXX)
     if(NOT ${_v})
         message(FATAL_ERROR "device sysroot test: ${_v} not given")

@@ -11,6 +11,8 @@
 # package would be unpacked into a device sysroot; the client then finds
 # everything through that sysroot and runs under the emulator.
 
+cmake_minimum_required(VERSION 3.21)
+
 foreach(_v MODE BUILD_DIR CONSUMER_SOURCE WORK_DIR CXX)
     if(NOT ${_v})
         message(FATAL_ERROR "install test: ${_v} not given")
