@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Cross builds the library and the test suite for 32-bit ARM (armhf) and runs
-# the suite under qemu-arm, in build-armhf/.
-#   scripts/test-armhf.sh                 ORVIC_CACHE_DIR keeps the sysroot between runs
+# Cross builds the library and the test suite for 32-bit ARM (armhf) in
+# build-armhf/ and runs the suite under qemu-arm.
+#   scripts/test-armhf.sh           the whole suite
+#   scripts/test-armhf.sh -L unit   further arguments go to ctest
+# The sysroot comes from scripts/armhf-sysroot.sh (cached in ORVIC_CACHE_DIR).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 sysroot=$(bash scripts/armhf-sysroot.sh)
@@ -11,4 +13,4 @@ cmake -S . -B "$build" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchain-armhf.cmake" \
     -DORVIC_SYSROOT="$sysroot"
 cmake --build "$build" -j2
-ctest --test-dir "$build" --output-on-failure -j2
+ctest --test-dir "$build" --output-on-failure -j2 "$@"
