@@ -15,12 +15,7 @@
 #
 # Components: "runtime" (shared libraries) and "development" (the rest).
 
-# Debian's multiarch library directory also under /usr/local, where the
-# loader, pkg-config and find_package all look for it.
-if(NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version)
-    set(CMAKE_INSTALL_LIBDIR "lib/${CMAKE_LIBRARY_ARCHITECTURE}" CACHE PATH "Object code libraries (lib)")
-endif()
-include(GNUInstallDirs)
+include(GNUInstallDirs)  # directories chosen in cmake/OrvicInstallDirs.cmake
 include(CMakePackageConfigHelpers)
 
 set(ORVIC_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/orvicutil")
