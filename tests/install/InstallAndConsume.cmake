@@ -110,7 +110,7 @@ set(_expected [=[ok video codec 5: h.264
 ok subtitle count key: SubtitleCount
 ok resume data bytes: 4224
 ok metadata-only flag: 8
-ok new session state: 0
+ok new session state: 1
 ]=])
 if(NOT _out STREQUAL _expected)
     message(FATAL_ERROR "install test: client printed\n${_out}\nexpected\n${_expected}")

@@ -31,7 +31,7 @@ int main(int argc, char **argv)
     report("metadata-only flag", QString::number(int(QMediaPlayer::MetaDataOnly), 16), QStringLiteral("8"));
 
     QOrvicPlayerSession session(QMediaPlayer::Flags(QMediaPlayer::MetaDataOnly));
-    report("new session state", QString::number(session.state()), QString::number(QOrvicPlayerSession::Player_Idle));
+    report("new session state", QString::number(session.state()), QString::number(QOrvicPlayerSession::Player_Initialized));
 
     return failures == 0 ? 0 : 1;
 }
