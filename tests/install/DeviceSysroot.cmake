@@ -16,6 +16,7 @@
 # platform libraries stand in for the device's.
 
 cmake_minimum_required(VERSION 3.21)
+include("${CMAKE_CURRENT_LIST_DIR}/SysrootView.cmake")
 
 foreach(_v CASE SOURCE_DIR BUILD_DIR WORK_DIR BASE_SYSROOT TRIPLET CXX)
     if(NOT ${_v})
@@ -39,7 +40,7 @@ function(materialize rel)
             file(MAKE_DIRECTORY "${_root}${cur}")
             file(GLOB entries LIST_DIRECTORIES true RELATIVE "${_base}${cur}" "${_base}${cur}/*")
             foreach(e IN LISTS entries)
-                file(CREATE_LINK "${_base}${cur}/${e}" "${_root}${cur}/${e}" SYMBOLIC)
+                orvic_view_entry("${_base}${cur}/${e}" "${_root}${cur}/${e}")
             endforeach()
         endif()
     endforeach()

@@ -6,12 +6,13 @@
 #   -DCXX=<compiler> -DGENERATOR=<cmake generator> -DEXTRA_FLAGS=<;-list, e.g. sanitizers>
 #   cross builds also: -DTOOLCHAIN_FILE=<file> -DSYSROOT=<dir> -DEMULATOR=<;-list, program first>
 #
-# A cross build installs into a copy of the sysroot made of symbolic links
-# (cheap, and the cached sysroot stays untouched), as the development
+# A cross build installs into a view of the sysroot made of symbolic links
+# (SysrootView.cmake), as the development
 # package would be unpacked into a device sysroot; the client then finds
 # everything through that sysroot and runs under the emulator.
 
 cmake_minimum_required(VERSION 3.21)
+include("${CMAKE_CURRENT_LIST_DIR}/SysrootView.cmake")
 
 foreach(_v MODE BUILD_DIR CONSUMER_SOURCE WORK_DIR CXX)
     if(NOT ${_v})
@@ -37,9 +38,10 @@ file(MAKE_DIRECTORY "${WORK_DIR}")
 # --- install -------------------------------------------------------------------
 file(STRINGS "${BUILD_DIR}/CMakeCache.txt" _libdir REGEX "^CMAKE_INSTALL_LIBDIR:")
 string(REGEX REPLACE "^[^=]*=" "" _libdir "${_libdir}")
+get_filename_component(_triplet "${_libdir}" NAME)
 if(SYSROOT)
     set(_root "${WORK_DIR}/sysroot")
-    run(COMMAND cp -as "${SYSROOT}" "${_root}")
+    orvic_view_sysroot("${SYSROOT}" "${_root}" "${_triplet}")
     set(_prefix "${_root}/usr")
     run(COMMAND ${CMAKE_COMMAND} -E env "DESTDIR=${_root}" ${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix /usr)
     set(_run ${EMULATOR})
