@@ -6,8 +6,8 @@
 #   -DCXX=<compiler> -DGENERATOR=<cmake generator> -DEXTRA_FLAGS=<;-list, e.g. sanitizers>
 #   cross builds also: -DTOOLCHAIN_FILE=<file> -DSYSROOT=<dir> -DEMULATOR=<;-list, program first>
 #
-# A cross build installs into a view of the sysroot made of symbolic links
-# (SysrootView.cmake), as the development
+# A cross build installs with DESTDIR and merges the result into a view of
+# the sysroot made of symbolic links (SysrootView.cmake), as the development
 # package would be unpacked into a device sysroot; the client then finds
 # everything through that sysroot and runs under the emulator.
 
@@ -38,12 +38,13 @@ file(MAKE_DIRECTORY "${WORK_DIR}")
 # --- install -------------------------------------------------------------------
 file(STRINGS "${BUILD_DIR}/CMakeCache.txt" _libdir REGEX "^CMAKE_INSTALL_LIBDIR:")
 string(REGEX REPLACE "^[^=]*=" "" _libdir "${_libdir}")
-get_filename_component(_triplet "${_libdir}" NAME)
 if(SYSROOT)
     set(_root "${WORK_DIR}/sysroot")
-    orvic_view_sysroot("${SYSROOT}" "${_root}" "${_triplet}")
+    set(_stage "${WORK_DIR}/stage")
+    run(COMMAND ${CMAKE_COMMAND} -E env "DESTDIR=${_stage}" ${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix /usr)
+    orvic_view_init("${SYSROOT}" "${_root}")
+    orvic_view_merge("${SYSROOT}" "${_root}" "${_stage}")
     set(_prefix "${_root}/usr")
-    run(COMMAND ${CMAKE_COMMAND} -E env "DESTDIR=${_root}" ${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix /usr)
     set(_run ${EMULATOR})
     list(LENGTH _run _n)
     if(_n EQUAL 0)

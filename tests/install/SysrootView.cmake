@@ -1,25 +1,31 @@
-# Views of a sysroot made of symbolic links, for the install and device tests
-# (cheap, and the cached sysroot stays untouched).
+# Views of a sysroot made of symbolic links, for the install and device tests:
+# cheap to make and to remove, and the cached sysroot behind them is never
+# written to. Only the directories that get new entries are real directories
+# (their other entries link to the original); everything else is one link.
 #
 # GNU ld reads linker scripts such as libc.so ("INPUT(/lib/.../libc.so.6)")
 # relative to the sysroot only when the script itself lies inside it; a link
-# to the original would lead ld out of the view. Scripts are therefore copied.
+# to the original would lead ld out of the view, so scripts are copied.
 
-# orvic_is_linker_script(<file> <var>): a regular file that is not ELF.
-function(orvic_is_linker_script file outvar)
-    set(result FALSE)
-    if(NOT IS_DIRECTORY "${file}" AND EXISTS "${file}" AND file MATCHES "\\.so$")
-        file(READ "${file}" magic LIMIT 4 HEX)
-        if(NOT magic STREQUAL "7f454c46")
-            set(result TRUE)
+# orvic_view_init(<base> <view>): the view with usr, lib and lib64 linked to base.
+function(orvic_view_init base view)
+    file(REMOVE_RECURSE "${view}")
+    file(MAKE_DIRECTORY "${view}")
+    foreach(top usr lib lib64)
+        if(EXISTS "${base}/${top}")
+            file(CREATE_LINK "${base}/${top}" "${view}/${top}" SYMBOLIC)
         endif()
-    endif()
-    set(${outvar} ${result} PARENT_SCOPE)
+    endforeach()
 endfunction()
 
-# orvic_view_entry(<original> <entry in view>): link, or copy a linker script.
-function(orvic_view_entry original entry)
-    orvic_is_linker_script("${original}" script)
+function(_orvic_view_entry original entry)
+    set(script FALSE)
+    if(NOT IS_DIRECTORY "${original}" AND EXISTS "${original}" AND original MATCHES "\\.so$")
+        file(READ "${original}" magic LIMIT 4 HEX)
+        if(NOT magic STREQUAL "7f454c46")
+            set(script TRUE)
+        endif()
+    endif()
     if(script)
         file(COPY_FILE "${original}" "${entry}")
     else()
@@ -27,23 +33,34 @@ function(orvic_view_entry original entry)
     endif()
 endfunction()
 
-# orvic_view_sysroot(<sysroot> <view> <triplet>): the whole sysroot as links.
-function(orvic_view_sysroot sysroot view triplet)
-    execute_process(COMMAND cp -as "${sysroot}" "${view}" RESULT_VARIABLE rc ERROR_VARIABLE err)
-    if(NOT rc EQUAL 0)
-        message(FATAL_ERROR "cannot make a view of ${sysroot}: ${err}")
-    endif()
-    foreach(dir "usr/lib/${triplet}" "lib/${triplet}" "usr/lib")
-        file(GLOB libs "${view}/${dir}/*.so")
-        foreach(lib IN LISTS libs)
-            if(IS_SYMLINK "${lib}")
-                get_filename_component(original "${lib}" REALPATH)
-                orvic_is_linker_script("${original}" script)
-                if(script)
-                    file(REMOVE "${lib}")
-                    file(COPY_FILE "${original}" "${lib}")
-                endif()
+# orvic_view_materialize(<base> <view> <relative dir>): make <dir> and its
+# parents real directories in the view, their entries linked to base's.
+function(orvic_view_materialize base view rel)
+    set(cur "")
+    string(REPLACE "/" ";" parts "${rel}")
+    foreach(p IN LISTS parts)
+        set(cur "${cur}/${p}")
+        if(IS_SYMLINK "${view}${cur}" OR NOT EXISTS "${view}${cur}")
+            file(REMOVE "${view}${cur}")
+            file(MAKE_DIRECTORY "${view}${cur}")
+            if(IS_DIRECTORY "${base}${cur}")
+                file(GLOB entries LIST_DIRECTORIES true RELATIVE "${base}${cur}" "${base}${cur}/*")
+                foreach(e IN LISTS entries)
+                    _orvic_view_entry("${base}${cur}/${e}" "${view}${cur}/${e}")
+                endforeach()
             endif()
-        endforeach()
+        endif()
+    endforeach()
+endfunction()
+
+# orvic_view_merge(<base> <view> <tree>): every file and link of <tree> (an
+# install made with DESTDIR) appears at the same place in the view.
+function(orvic_view_merge base view tree)
+    file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE "${tree}" "${tree}/*")
+    foreach(f IN LISTS files)
+        get_filename_component(dir "${f}" DIRECTORY)
+        orvic_view_materialize("${base}" "${view}" "${dir}")
+        file(REMOVE "${view}/${f}")
+        file(CREATE_LINK "${tree}/${f}" "${view}/${f}" SYMBOLIC)
     endforeach()
 endfunction()
