@@ -61,6 +61,10 @@ QOrvicPlayerSession::QOrvicPlayerSession(QMediaPlayer::Flags flags, QObject *par
 
 QOrvicPlayerSession::~QOrvicPlayerSession()
 {
+    // A command signalled from another thread and never picked up still holds
+    // the acknowledge mutex; its posted delivery goes with this object.
+    if (d->mDispatchState.loadAcquire() == 1)
+        d->mAckLock.unlock();
     delete d;
     delete mPendingList;
 }
@@ -103,80 +107,139 @@ T convertedParam(const QVariant &param)
         v.convert(qMetaTypeId<T>());
     return v.value<T>();
 }
+
+// Hands one command to its adaptor operation.
+void carryOut(QOrvicPlayerSessionPrivate *d, QOrvicPlayerSession::MessageId msgid, const QVariant &param)
+{
+    switch (msgid) {
+    case QOrvicPlayerSession::Msg_SetMedia:
+        d->setMedia(convertedParam<QString>(param));
+        break;
+    case QOrvicPlayerSession::Msg_PlayBackRate:
+        d->setPlaybackRate(convertedParam<float>(param));
+        break;
+    case QOrvicPlayerSession::Msg_Position:
+        d->seek(convertedParam<qlonglong>(param));
+        break;
+    case QOrvicPlayerSession::Msg_Play:
+        d->play();
+        break;
+    case QOrvicPlayerSession::Msg_Pause:
+        d->pause();
+        break;
+    case QOrvicPlayerSession::Msg_Volume:
+        d->setVolume(convertedParam<int>(param));
+        break;
+    case QOrvicPlayerSession::Msg_Muted:
+        d->setMuted(convertedParam<bool>(param));
+        break;
+    case QOrvicPlayerSession::Msg_SubtitleNum:
+        d->setSubtitleNum(convertedParam<int>(param));
+        break;
+    case QOrvicPlayerSession::Msg_AudioStream:
+        d->setAudioStream(convertedParam<int>(param));
+        break;
+    case QOrvicPlayerSession::Msg_SubtitleOnOff:
+        d->setSubtitleOnOff(convertedParam<bool>(param));
+        break;
+    case QOrvicPlayerSession::Msg_setResumeData: {
+        QMediaPlayer::ResumeData data = convertedParam<QMediaPlayer::ResumeData>(param);
+        d->setResumeData(&data);
+        break;
+    }
+    case QOrvicPlayerSession::Msg_SetVideoOnOff:
+        d->setVideoOnOff(convertedParam<bool>(param));
+        break;
+    case QOrvicPlayerSession::Msg_SetAudioOnOff:
+        d->setAudioOnOff(convertedParam<bool>(param));
+        break;
+    case QOrvicPlayerSession::Msg_Stop:   // stopping goes through stop()
+    case QOrvicPlayerSession::Msg_ResumePlay:
+    case QOrvicPlayerSession::Msg_AudioCodecList:
+    case QOrvicPlayerSession::Msg_VideoCodecList:
+    case QOrvicPlayerSession::Msg_ContainerList:
+    case QOrvicPlayerSession::Msg_Unknown:
+    default:
+        break;
+    }
+}
+
+// A waiting command is started by emitting playSessionMessage from inside
+// actMessage; on the owner thread that delivers it at once, into a nested
+// actMessage. Were every nested call to start the next command itself, a long
+// pending list would nest one stack frame chain per command. Instead the
+// nested call recognises the hand-over made on its own thread and leaves the
+// next pending-list check to the caller's loop: same order, same lines, flat
+// stack.
+struct HandOver {
+    const QOrvicPlayerSession *session;
+    bool taken;
+};
+thread_local HandOver *t_handOver = nullptr;
+
+class HandOverScope
+{
+public:
+    explicit HandOverScope(HandOver *current) : m_saved(t_handOver) { t_handOver = current; }
+    ~HandOverScope() { t_handOver = m_saved; }
+    Q_DISABLE_COPY(HandOverScope)
+
+private:
+    HandOver *m_saved;
+};
 } // namespace
 
 void QOrvicPlayerSession::actMessage(MessageId msgid, QVariant param0, QVariant param1)
 {
     Q_UNUSED(param1);
-    OPSESSION_LOG("D/OPSession %s(%d):play session actMessage %d", int(msgid));
-    d->mDispatchState.storeRelaxed(2);
-    OPSESSION_LOG("D/OPSession %s(%d):recieve signal,ack");
-    d->mAckLock.unlock();
+    HandOver *const handOver = t_handOver;
+    const bool startedByCaller = handOver && handOver->session == this && !handOver->taken;
+    if (startedByCaller)
+        handOver->taken = true;
+    {
+        // Whatever this command emits is not that hand-over.
+        const HandOverScope none(nullptr);
+        OPSESSION_LOG("D/OPSession %s(%d):play session actMessage %d", int(msgid));
+        // Only a command signalled by manageActList holds the acknowledge
+        // mutex; one started from the pending list does not.
+        const bool signalled = d->mDispatchState.fetchAndStoreOrdered(2) == 1;
+        // Read before the acknowledge is released: a stop() waiting for it
+        // could otherwise finish, and lower the flag, before this command is
+        // told apart as one delivered during the stop.
+        const bool stopping = d->mIsStopping.loadAcquire();
+        OPSESSION_LOG("D/OPSession %s(%d):recieve signal,ack");
+        if (signalled)
+            d->mAckLock.unlock();
 
-    if (!d->mIsStopping.loadAcquire()) {
-        switch (msgid) {
-        case Msg_SetMedia:
-            d->setMedia(convertedParam<QString>(param0));
-            break;
-        case Msg_PlayBackRate:
-            d->setPlaybackRate(convertedParam<float>(param0));
-            break;
-        case Msg_Position:
-            d->seek(convertedParam<qlonglong>(param0));
-            break;
-        case Msg_Play:
-            d->play();
-            break;
-        case Msg_Pause:
-            d->pause();
-            break;
-        case Msg_Volume:
-            d->setVolume(convertedParam<int>(param0));
-            break;
-        case Msg_Muted:
-            d->setMuted(convertedParam<bool>(param0));
-            break;
-        case Msg_SubtitleNum:
-            d->setSubtitleNum(convertedParam<int>(param0));
-            break;
-        case Msg_AudioStream:
-            d->setAudioStream(convertedParam<int>(param0));
-            break;
-        case Msg_SubtitleOnOff:
-            d->setSubtitleOnOff(convertedParam<bool>(param0));
-            break;
-        case Msg_setResumeData: {
-            QMediaPlayer::ResumeData data = convertedParam<QMediaPlayer::ResumeData>(param0);
-            d->setResumeData(&data);
-            break;
-        }
-        case Msg_SetVideoOnOff:
-            d->setVideoOnOff(convertedParam<bool>(param0));
-            break;
-        case Msg_SetAudioOnOff:
-            d->setAudioOnOff(convertedParam<bool>(param0));
-            break;
-        case Msg_Stop:            // stopping goes through stop()
-        case Msg_ResumePlay:
-        case Msg_AudioCodecList:
-        case Msg_VideoCodecList:
-        case Msg_ContainerList:
-        case Msg_Unknown:
-        default:
-            break;
-        }
+        if (!stopping)
+            carryOut(d, msgid, param0);
+
+        OPSESSION_LOG("D/OPSession %s(%d):handle mesage done  %d check list", int(msgid));
     }
-
-    OPSESSION_LOG("D/OPSession %s(%d):handle mesage done  %d check list", int(msgid));
-    d->listLock(__LINE__);
-    if (mPendingList->isEmpty()) {
-        d->mDispatchState.storeRelaxed(0);
-        d->listUnlock(__LINE__);
+    if (startedByCaller)
         return;
+
+    // Start the waiting commands one after the other, or mark the queue idle.
+    for (;;) {
+        d->listLock(__LINE__);
+        if (mPendingList->isEmpty()) {
+            d->mDispatchState.storeRelaxed(0);
+            d->listUnlock(__LINE__);
+            return;
+        }
+        const QMap<MessageId, QVariant> next = mPendingList->takeFirst();
+        d->listUnlock(__LINE__);
+
+        HandOver handOver{this, false};
+        {
+            const HandOverScope scope(&handOver);
+            Q_EMIT playSessionMessage(next.firstKey(), next.first(), QVariant(0));
+        }
+        // Not carried out here and now (queued to the owner thread, when this
+        // runs elsewhere): the receiving side checks the list when it is done.
+        if (!handOver.taken)
+            return;
     }
-    const QMap<MessageId, QVariant> next = mPendingList->takeFirst();
-    d->listUnlock(__LINE__);
-    Q_EMIT playSessionMessage(next.firstKey(), next.first(), QVariant(0));
 }
 
 void QOrvicPlayerSession::stop()

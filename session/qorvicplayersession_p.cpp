@@ -28,11 +28,11 @@ void threadSleep(unsigned long ms)
     QThread::msleep(ms);
 }
 
-// Polls the service status into `value` (a zeroed 32-byte buffer).
-void readServiceStatus(const char *key, char *value)
+// Reads the service status into `value` (a zeroed 32-byte buffer); false when
+// the property service reports a failure (the buffer then holds what it holds).
+bool readServiceStatus(const char *key, char *value)
 {
-    if (property_get(key, value, "") < 0)
-        OPSESSION_LOG("D/OPSession %s(%d):property_get error ");
+    return property_get(key, value, "") >= 0;
 }
 } // namespace
 
@@ -68,9 +68,11 @@ void QOrvicPlayerSessionPrivate::init()
 {
     OPSESSION_LOG("V/OPSession %s(%d) called");
     OPSESSION_LOG("D/OPSession %s(%d):palyer id %d", mPlayerId);
+    // The command queue's dispatch state is left alone: a reset may run while
+    // a command is signalled, and clearing it would let the next command lock
+    // the acknowledge mutex a second time.
     mIsStopping.storeRelease(false);
     mIsNetwork = false;
-    mDispatchState.storeRelaxed(0);
 
     char key[kStatusBufferSize] = {};
     char value[kStatusBufferSize] = {};
@@ -78,13 +80,15 @@ void QOrvicPlayerSessionPrivate::init()
 
     if (property_set("ctl.start", kServiceName) == 0)
         OPSESSION_LOG("D/OPSession %s(%d):property_set ctl.start error ");
-    readServiceStatus(key, value);
     // No bound and a warning on every poll: init waits for the service as long as it takes.
-    while (QString::fromUtf8(value) != QLatin1String(kRunning)) {
+    for (;;) {
+        if (!readServiceStatus(key, value))
+            OPSESSION_LOG("D/OPSession %s(%d):property_get error ");
+        if (QString::fromUtf8(value) == QLatin1String(kRunning))
+            break;
         OPSESSION_LOG("D/OPSession %s(%d):Warning: waiting psserver running over 5 sec, key:%s value:%s ",
                       key, value);
         pollSleep(kPollIntervalMs);
-        readServiceStatus(key, value);
     }
 
     OPSESSION_LOG("D/OPSession %s(%d):save vol %d is mute %d", mVolume, int(mMuted));
@@ -94,10 +98,15 @@ void QOrvicPlayerSessionPrivate::init()
     else
         mFilePlayer = playback::SPPlayer::create("Qspmediaplayer", mCallBack);
 
-    // The engine's own volume wins over the one saved before a restart.
-    mVolume = mFilePlayer->getVolume();
-    OPSESSION_LOG("D/OPSession %s(%d):init volume %d", mVolume);
-    mMuted = mVolume <= 0;
+    // The engine's own volume wins over the one saved before a restart. An
+    // engine that could not be created keeps the saved values.
+    if (mFilePlayer) {
+        mVolume = mFilePlayer->getVolume();
+        OPSESSION_LOG("D/OPSession %s(%d):init volume %d", mVolume);
+        mMuted = mVolume <= 0;
+    } else {
+        OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
+    }
 
     mSPMetaData = playback::SPMetaData::create("SpMetadata", "default");
     mCurrentState = QOrvicPlayerSession::Player_Idle;
@@ -120,7 +129,8 @@ void QOrvicPlayerSessionPrivate::reset()
     if (property_set("ctl.stop", kServiceName) == 0)
         OPSESSION_LOG("D/OPSession %s(%d):property_set ctl.stop error ");
     for (int polls = 0;; ++polls) {
-        readServiceStatus(key, value);
+        if (!readServiceStatus(key, value))
+            OPSESSION_LOG("D/OPSession %s(%d):property_get error ");
         if (QString::fromUtf8(value) == QLatin1String(kStopped))
             break;
         if (polls % kResetWarningPeriod == 0)

@@ -22,6 +22,9 @@ public:
     explicit QOrvicPlayerSessionPrivate(QMediaPlayer::Flags flags);
     ~QOrvicPlayerSessionPrivate();
 
+    // The adaptor behind `session` (for the platform back end and tests).
+    static QOrvicPlayerSessionPrivate *get(QOrvicPlayerSession *session) { return session->d; }
+
     // Command queue locks; `line` is the caller's source line, for the log.
     void listLock(int line);
     void listUnlock(int line);
@@ -54,6 +57,9 @@ public:
 
     // Watchdog, fed by QOrvicPlayerSession::timeUpdate().
     void checkServer(qint64 position);
+    // Counts one time update of a playing session on the shared stall counter;
+    // true when the position has not moved often enough to mean a stuck service.
+    bool countStall(qint64 position);
 
     // Volume, streams and subtitle switches.
     void setVolume(int volume);
@@ -67,6 +73,9 @@ public:
     void getAudioAttribute(int index, playback::SPMetaData::AudioAttribute &attr);
 
     QImage getID3Pic();
+
+    // Engine text of a fixed-size field (Latin-1, up to its NUL or the end of the field).
+    static QString engineText(const char *text, int capacity);
 
     // Consecutive time updates with an unchanged position, shared by every
     // session of the process.

@@ -26,14 +26,26 @@ void LogCapture::handler(QtMsgType type, const QMessageLogContext &context, cons
 {
     if (LogCapture *self = g_current.load()) {
         self->append({type, message, QString::fromUtf8(context.file), QString::fromUtf8(context.function),
-                      context.line, QString::fromUtf8(context.category)});
+                      context.line, QString::fromUtf8(context.category), QThread::currentThread()});
     }
 }
 
 void LogCapture::append(const LogEntry &entry)
 {
+    std::function<void(const LogEntry &)> observer;
+    {
+        QMutexLocker lock(&m_mutex);
+        m_entries.append(entry);
+        observer = m_observer;
+    }
+    if (observer)
+        observer(entry);
+}
+
+void LogCapture::setObserver(std::function<void(const LogEntry &)> observer)
+{
     QMutexLocker lock(&m_mutex);
-    m_entries.append(entry);
+    m_observer = std::move(observer);
 }
 
 QList<LogEntry> LogCapture::entries() const
@@ -106,6 +118,39 @@ QStringList LogCapture::matching(const QString &regex) const
     for (const QString &l : lines()) {
         if (re.match(l).hasMatch())
             out.append(l);
+    }
+    return out;
+}
+
+bool LogCapture::sameLines(const QStringList &actual, const QStringList &expected, QByteArray *why)
+{
+    bool same = actual.size() == expected.size();
+    for (int i = 0; same && i < actual.size(); ++i)
+        same = pattern(expected.at(i)).match(actual.at(i)).hasMatch();
+    if (!same && why) {
+        *why = "actual:\n  " + actual.join(QLatin1String("\n  ")).toUtf8()
+               + "\nexpected:\n  " + expected.join(QLatin1String("\n  ")).toUtf8();
+    }
+    return same;
+}
+
+QStringList LogCapture::linesFrom(const QString &signature) const
+{
+    QStringList out;
+    for (const LogEntry &e : entries()) {
+        if (e.function.contains(signature))
+            out.append(e.text);
+    }
+    return out;
+}
+
+QList<LogEntry> LogCapture::entriesMatching(const QString &expected) const
+{
+    const QRegularExpression re = pattern(expected);
+    QList<LogEntry> out;
+    for (const LogEntry &e : entries()) {
+        if (re.match(e.text).hasMatch())
+            out.append(e);
     }
     return out;
 }

@@ -4,11 +4,15 @@
 #ifndef ORVICTEST_LOGCAPTURE_H
 #define ORVICTEST_LOGCAPTURE_H
 
+#include <QtCore/QByteArray>
 #include <QtCore/QList>
 #include <QtCore/QMutex>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+#include <QtCore/QThread>
+
+#include <functional>
 
 namespace orvictest {
 
@@ -19,6 +23,7 @@ struct LogEntry {
     QString function;
     int line;
     QString category;
+    QThread *thread = nullptr;  // the logging thread
 };
 
 class LogCapture
@@ -42,6 +47,19 @@ public:
     bool containsInOrder(const QStringList &expected) const;
     // Lines that match any of the expected patterns, in capture order.
     QStringList matching(const QString &regex) const;
+    // True when `actual` holds exactly the `expected` lines ("#" = any number),
+    // in order; otherwise `why` lists both.
+    static bool sameLines(const QStringList &actual, const QStringList &expected, QByteArray *why);
+    // Lines logged from functions whose full signature contains `signature`
+    // (e.g. "QOrvicPlayerSessionPrivate::init()"), in capture order.
+    QStringList linesFrom(const QString &signature) const;
+    // Entries whose text matches `expected` ("#" = any number).
+    QList<LogEntry> entriesMatching(const QString &expected) const;
+
+    // Called for every captured line on the logging thread, after the line is
+    // recorded and with no lock held, so it may block that thread (to hold a
+    // command at a known point). Lines the observer logs itself are not captured.
+    void setObserver(std::function<void(const LogEntry &)> observer);
 
 private:
     static void handler(QtMsgType type, const QMessageLogContext &context, const QString &message);
@@ -49,9 +67,18 @@ private:
 
     mutable QMutex m_mutex;
     QList<LogEntry> m_entries;
+    std::function<void(const LogEntry &)> m_observer;
     QtMessageHandler m_previous;
 };
 
 } // namespace orvictest
+
+// QtTest check of a whole sequence of lines with LogCapture::sameLines.
+#define ORVIC_COMPARE_LINES(actual, expected)                                              \
+    do {                                                                                   \
+        QByteArray orvicWhy;                                                               \
+        const bool orvicSame = orvictest::LogCapture::sameLines((actual), (expected), &orvicWhy); \
+        QVERIFY2(orvicSame, orvicWhy.constData());                                         \
+    } while (false)
 
 #endif // ORVICTEST_LOGCAPTURE_H

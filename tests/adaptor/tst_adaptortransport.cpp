@@ -1,0 +1,757 @@
+// Transport control: play, pause, stop, seek, setPlaybackRate and the readers.
+#include "adaptorharness.h"
+
+#include <QtCore/QThread>
+#include <QtCore/qnumeric.h>
+#include <QtTest/QtTest>
+
+#include <thread>
+
+using namespace orvictest;
+using S = QOrvicPlayerSession;
+
+namespace {
+const QString kMovie = QStringLiteral("/media/movie.mkv");
+const QString kStream = QStringLiteral("http://host/live.ts");
+
+QStringList localOpenCalls(const QString &url)
+{
+    return {"SPMetaData::setUrl(" + url + ")", "setUrl(" + url + ")", "setSubUrl(" + url + ")",
+            "prepare(0,0)", "getDuration()"};
+}
+
+QStringList localOpenSignals()
+{
+    return {"stateChanged(3)", "stateChanged(4)",
+            QStringLiteral("metadataChanged(%1 keys)").arg(media::localVideoKeys().size()),
+            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
+            "playbackRateChanged(1)"};
+}
+} // namespace
+
+class tst_AdaptorTransport : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void playFromPrepared();
+    void playAllowedStates_data();
+    void playAllowedStates();
+    void playRefused_data();
+    void playRefused();
+    void playLeavesTrickPlay_data();
+    void playLeavesTrickPlay();
+    void playReopensStoppedMedium();
+    void playReopenFails();
+    void playFailure();
+    void playMetadataOnly();
+    void playWithoutEngine();
+    void playGivesWayToStop();
+    void playStoppedDuringEnginePlay();
+
+    void pauseSpeedTolerance_data();
+    void pauseSpeedTolerance();
+    void pauseFailure();
+    void pauseWithoutEngine();
+
+    void stop_data();
+    void stop();
+    void stopWithoutEngine();
+
+    void seek_data();
+    void seek();
+    void seekWithoutEngine();
+
+    void setPlaybackRate_data();
+    void setPlaybackRate();
+    void setPlaybackRateEngineRefuses();
+    void setPlaybackRateRestartsPausedStream_data();
+    void setPlaybackRateRestartsPausedStream();
+    void setPlaybackRateWithoutEngine();
+
+    void readers_data();
+    void readers();
+    void readersWithoutEngine();
+    void resumePlay();
+
+    void transportThroughCommandQueue();
+
+private:
+    // Opens the local video and sets the state directly (and restarts the checker there).
+    void openIn(S::PlayerState state);
+    std::unique_ptr<AdaptorHarness> h;
+};
+
+void tst_AdaptorTransport::init()
+{
+    h.reset(new AdaptorHarness);
+    h->useMedium(Medium::LocalVideo);
+}
+
+void tst_AdaptorTransport::cleanup()
+{
+    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
+    h.reset();
+    QCOMPARE(violations, QStringList());
+}
+
+void tst_AdaptorTransport::openIn(S::PlayerState state)
+{
+    h->d->setMedia(kMovie);
+    h->d->mCurrentState = state;
+    h->checker.reset(new StateTransitionChecker(h->session.get()));
+    h->clear();
+}
+
+void tst_AdaptorTransport::playFromPrepared()
+{
+    h->start();
+    h->d->setMedia(kMovie);
+    h->clear();
+
+    h->d->play();
+
+    QCOMPARE(h->transportCalls(), QStringList({"getSpeed()", "play()", "getDuration()"}));
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)"}));
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        "V/OPSession play(#) called",
+        "D/OPSession play(#):pe play return value 0",
+        "D/OPSession setState(#):emit state 5",
+    }));
+    QCOMPARE(h->session->state(), S::Player_Play);
+    QCOMPARE(h->session->availablePlaybackRanges(), QMediaTimeRange(0, 120000));
+}
+
+void tst_AdaptorTransport::playAllowedStates_data()
+{
+    QTest::addColumn<int>("state");
+    QTest::newRow("Prepared") << int(S::Player_Prepared);
+    QTest::newRow("FF") << int(S::Player_FF);
+    QTest::newRow("FB") << int(S::Player_FB);
+    QTest::newRow("SF") << int(S::Player_SF);
+    QTest::newRow("SB") << int(S::Player_SB);
+    QTest::newRow("Pause") << int(S::Player_Pause);
+}
+
+void tst_AdaptorTransport::playAllowedStates()
+{
+    QFETCH(int, state);
+    h->start();
+    openIn(S::PlayerState(state));
+
+    h->d->play();
+
+    QCOMPARE(h->transportCalls(), QStringList({"getSpeed()", "play()", "getDuration()"}));
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)"}));
+}
+
+void tst_AdaptorTransport::playRefused_data()
+{
+    QTest::addColumn<int>("state");
+    QTest::addColumn<bool>("withUrl");
+    QTest::newRow("Idle") << int(S::Player_Idle) << true;
+    QTest::newRow("Initialized") << int(S::Player_Initialized) << true;
+    QTest::newRow("Preparing") << int(S::Player_Preparing) << true;
+    QTest::newRow("Play") << int(S::Player_Play) << true;
+    QTest::newRow("Stop without URL") << int(S::Player_Stop) << false;
+}
+
+void tst_AdaptorTransport::playRefused()
+{
+    QFETCH(int, state);
+    QFETCH(bool, withUrl);
+    h->start();
+    openIn(S::PlayerState(state));
+    if (!withUrl)
+        h->d->mCurrentUrl.clear();
+
+    h->d->play();
+
+    // The state is re-announced; the engine is not asked.
+    QCOMPARE(h->engine.recorder().calls(), QStringList());
+    QCOMPARE(h->signalTexts(), QStringList({QStringLiteral("stateChanged(%1)").arg(state)}));
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        "V/OPSession play(#) called",
+        QStringLiteral("E/OPSession play(#):can't play,state error %1").arg(state),
+        QStringLiteral("D/OPSession setState(#):emit state %1").arg(state),
+    }));
+    QCOMPARE(int(h->session->state()), state);
+}
+
+void tst_AdaptorTransport::playLeavesTrickPlay_data()
+{
+    QTest::addColumn<double>("rate");
+    QTest::addColumn<int>("trickState");
+    QTest::addColumn<QString>("speedLine");
+    QTest::newRow("fast forward") << 2.0 << int(S::Player_FF) << "D/OPSession play(#):tmpSpeed 2.000000";
+    QTest::newRow("fast backward") << -2.0 << int(S::Player_FB) << "D/OPSession play(#):tmpSpeed -2.000000";
+    QTest::newRow("slow forward") << 0.5 << int(S::Player_SF) << "D/OPSession play(#):tmpSpeed 0.500000";
+}
+
+void tst_AdaptorTransport::playLeavesTrickPlay()
+{
+    QFETCH(double, rate);
+    QFETCH(int, trickState);
+    QFETCH(QString, speedLine);
+    h->start();
+    h->openAndPlay(kMovie);
+    h->d->setPlaybackRate(rate);
+    QCOMPARE(int(h->session->state()), trickState);
+    h->player()->script().setDefault("getSpeed", rate);
+    h->clear();
+
+    h->d->play();
+
+    // Back to speed 1.0 only: the engine keeps playing, its play() is not called.
+    QCOMPARE(h->engine.recorder().calls(), QStringList({"getSpeed()", "setSpeed(1)"}));
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)"}));
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        "V/OPSession play(#) called",
+        speedLine,
+        "D/OPSession play(#):set temp speed 1.0 0",
+        "D/OPSession setState(#):emit state 5",
+    }));
+    // The stored rate is left as the trick play set it; no rate is announced.
+    QCOMPARE(h->d->mPlaybackRate, float(rate));
+}
+
+void tst_AdaptorTransport::playReopensStoppedMedium()
+{
+    h->start();
+    h->openAndPlay(kMovie);
+    h->d->stop();
+    QCOMPARE(h->session->state(), S::Player_Stop);
+    h->clear();
+
+    h->d->play();
+
+    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie) + QStringList({"getSpeed()", "play()", "getDuration()"}));
+    QCOMPARE(h->signalTexts(), localOpenSignals() + QStringList({"stateChanged(5)"}));
+    QCOMPARE(h->session->state(), S::Player_Play);
+}
+
+void tst_AdaptorTransport::playReopenFails()
+{
+    h->start();
+    h->openAndPlay(kMovie);
+    h->d->stop();
+    h->player()->script().push("setUrl", -1);
+    h->clear();
+
+    h->d->play();
+
+    QCOMPARE(h->signalTexts(), QStringList({"error(2,video format not support)", "stateChanged(2)"}));
+    QVERIFY(h->log->containsInOrder({"E/OPSession setMedia(#):open file fail -1",
+                                     "E/OPSession play(#):can't play,state error 2"}));
+    QCOMPARE(h->engine.recorder().count("play"), 0);
+}
+
+void tst_AdaptorTransport::playFailure()
+{
+    h->start();
+    h->d->setMedia(kMovie);
+    h->player()->script().push("play", -1);
+    h->clear();
+
+    h->d->play();
+
+    // The state is re-announced, then Player_Stop is stored silently.
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(4)", "error(1,video format not support)"}));
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        "V/OPSession play(#) called",
+        "D/OPSession play(#):pe play return value -1",
+        "E/OPSession play(#):pe play fail -1",
+        "D/OPSession setState(#):emit state 4",
+    }));
+    QCOMPARE(h->session->state(), S::Player_Stop);
+    QVERIFY(h->d->mCurrentUrl.isEmpty());
+    QCOMPARE(h->session->availablePlaybackRanges(), QMediaTimeRange());
+}
+
+void tst_AdaptorTransport::playMetadataOnly()
+{
+    h->start(QMediaPlayer::MetaDataOnly);
+    h->d->setMedia(kMovie);
+    h->clear();
+
+    h->d->play();
+
+    QCOMPARE(h->engine.recorder().calls(), QStringList());
+    QCOMPARE(h->signalTexts(), QStringList({"error(1,onlymetadata flag not support play)"}));
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        "V/OPSession play(#) called",
+        "E/OPSession play(#):FLags is only metadata,not support play ",
+    }));
+    QCOMPARE(h->session->state(), S::Player_Prepared);
+}
+
+void tst_AdaptorTransport::playWithoutEngine()
+{
+    h->start();
+    h->d->release();
+    h->clear();
+
+    h->d->play();
+
+    QCOMPARE(h->signalTexts(), QStringList());
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession play(#) called",
+                                                    "D/OPSession play(#):mFilePlayer is null"}));
+}
+
+void tst_AdaptorTransport::playGivesWayToStop()
+{
+    h->start();
+    openIn(S::Player_Prepared);
+    h->d->mIsStopping.storeRelease(true);
+
+    h->d->play();
+    h->d->mIsStopping.storeRelease(false);
+
+    QCOMPARE(h->engine.recorder().calls(), QStringList());
+    QCOMPARE(h->signalTexts(), QStringList());
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession play(#) called",
+                                                    "D/OPSession play(#):stop process is doing"}));
+}
+
+void tst_AdaptorTransport::playStoppedDuringEnginePlay()
+{
+    h->start();
+    openIn(S::Player_Prepared);
+    ScriptedPlayer *player = h->player();
+    player->script().setDefault("getState", int(playback::SPPlayer::STATE_PLAYING));
+    QOrvicPlayerSessionPrivate *d = h->d;
+    QOrvicPlayerSession *session = h->session.get();
+    std::thread stopper;
+    player->setHook("play", [&] {
+        stopper = std::thread([session] { session->stop(); });
+        while (!d->mIsStopping.loadAcquire())
+            QThread::yieldCurrentThread();
+    });
+
+    d->play();
+    stopper.join();
+
+    // Player_Play is not announced over the running stop.
+    QVERIFY(h->log->containsInOrder({"D/OPSession play(#):pe play return value 0",
+                                     "D/OPSession play(#):stop process is doing or done"}));
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(3)", "mediaMessageChanged(0,100)", "stateChanged(2)"}));
+    QCOMPARE(h->engine.recorder().calls(),
+             QStringList({"getSpeed()", "play()", "getState()", "stop()", "reset()"}));
+    QCOMPARE(session->state(), S::Player_Stop);
+}
+
+void tst_AdaptorTransport::pauseSpeedTolerance_data()
+{
+    QTest::addColumn<double>("speed");
+    QTest::addColumn<QString>("speedText");
+    QTest::addColumn<bool>("pauses");
+    QTest::newRow("1.0") << 1.0 << "1.000000" << true;
+    QTest::newRow("1.00005") << 1.00005 << "1.000050" << true;
+    QTest::newRow("0.99995") << 0.99995 << "0.999950" << true;
+    QTest::newRow("1.0001 (edge)") << 1.0001 << "1.000100" << true;
+    QTest::newRow("0.9999 (edge)") << 0.9999 << "0.999900" << true;
+    QTest::newRow("1.00011") << 1.00011 << "1.000110" << false;
+    QTest::newRow("0.99989") << 0.99989 << "0.999890" << false;
+    QTest::newRow("1.5") << 1.5 << "1.500000" << false;
+    QTest::newRow("-1.0") << -1.0 << "-1.000000" << false;
+    QTest::newRow("NaN") << qQNaN() << "nan" << false;
+}
+
+void tst_AdaptorTransport::pauseSpeedTolerance()
+{
+    QFETCH(double, speed);
+    QFETCH(QString, speedText);
+    QFETCH(bool, pauses);
+    h->start();
+    h->openAndPlay(kMovie);
+    h->player()->script().setDefault("getSpeed", speed);
+    h->player()->script().setDefault("getPosition", 4200);
+    h->clear();
+
+    h->d->pause();
+
+    const QString speedLine = "D/OPSession pause(#):the playbackrate: " + speedText;
+    if (pauses) {
+        QCOMPARE(h->engine.recorder().calls(), QStringList({"getSpeed()", "pause()", "getPosition()"}));
+        QCOMPARE(h->signalTexts(), QStringList({"stateChanged(10)", "positionChanged(4200)"}));
+        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+            "V/OPSession pause(#) called",
+            speedLine,
+            "D/OPSession pause(#):pe play return value 0",
+            "D/OPSession setState(#):emit state 10",
+            "D/OPSession pause(#):pe postition 4200",
+        }));
+        QCOMPARE(h->session->state(), S::Player_Pause);
+    } else {
+        // Trick play: nothing is done and nothing reported.
+        QCOMPARE(h->engine.recorder().calls(), QStringList({"getSpeed()"}));
+        QCOMPARE(h->signalTexts(), QStringList());
+        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession pause(#) called", speedLine}));
+        QCOMPARE(h->session->state(), S::Player_Play);
+    }
+}
+
+void tst_AdaptorTransport::pauseFailure()
+{
+    h->start();
+    h->openAndPlay(kMovie);
+    h->player()->script().push("pause", -7);
+    h->player()->script().setDefault("getPosition", 4200);
+    h->clear();
+
+    h->d->pause();
+
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)", "positionChanged(4200)"}));
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        "V/OPSession pause(#) called",
+        "D/OPSession pause(#):the playbackrate: 1.000000",
+        "D/OPSession pause(#):pe play return value -7",
+        "E/OPSession pause(#):pe pause fail -7",
+        "D/OPSession setState(#):emit state 5",
+        "D/OPSession pause(#):pe postition 4200",
+    }));
+    QCOMPARE(h->session->state(), S::Player_Play);
+}
+
+void tst_AdaptorTransport::pauseWithoutEngine()
+{
+    h->start();
+    h->d->release();
+    h->clear();
+
+    h->d->pause();
+
+    QCOMPARE(h->signalTexts(), QStringList());
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession pause(#) called",
+                                                    "D/OPSession pause(#):mFilePlayer is null"}));
+}
+
+void tst_AdaptorTransport::stop_data()
+{
+    QTest::addColumn<int>("engineState");
+    QTest::addColumn<bool>("stopsEngine");
+    for (int s = playback::SPPlayer::STATE_IDLE; s <= playback::SPPlayer::STATE_ERROR; ++s)
+        QTest::addRow("engine state %d", s) << s << (s > playback::SPPlayer::STATE_INITIALIZED);
+}
+
+void tst_AdaptorTransport::stop()
+{
+    QFETCH(int, engineState);
+    QFETCH(bool, stopsEngine);
+    h->start();
+    h->openAndPlay(kMovie);
+    h->d->mWatchdogUrl = kMovie;
+    h->player()->script().setDefault("getState", engineState);
+    h->clear();
+
+    h->d->stop();
+
+    QStringList calls = {"getState()"};
+    QStringList signalsExpected = {"stateChanged(3)"};
+    QStringList lines = {"V/OPSession stop(#) called", "D/OPSession setState(#):emit state 3",
+                         QStringLiteral("D/OPSession stop(#):dCurrentState %1").arg(engineState)};
+    if (stopsEngine) {
+        calls << "stop()" << "reset()";
+        signalsExpected << "mediaMessageChanged(0,100)";
+        lines << "D/OPSession stop(#):pe stop return value 0" << "D/OPSession stop(#):pe reset return value 0";
+    }
+    signalsExpected << "stateChanged(2)";
+    lines << "D/OPSession setState(#):emit state 2";
+    QCOMPARE(h->engine.recorder().calls(), calls);
+    QCOMPARE(h->signalTexts(), signalsExpected);
+    ORVIC_COMPARE_LOG(h->sessionLog(), lines);
+    QCOMPARE(h->session->state(), S::Player_Stop);
+    QVERIFY(h->d->mWatchdogUrl.isEmpty());
+    // The medium stays known, so play() can open it again.
+    QCOMPARE(h->d->mCurrentUrl, kMovie);
+}
+
+void tst_AdaptorTransport::stopWithoutEngine()
+{
+    h->start();
+    h->d->release();
+    h->clear();
+
+    h->d->stop();
+
+    // Stuck in the transitional state announced at the start.
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(3)"}));
+    QCOMPARE(h->session->state(), S::Player_Preparing);
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession stop(#) called",
+                                                    "D/OPSession setState(#):emit state 3",
+                                                    "D/OPSession stop(#):mFilePlayer is null"}));
+}
+
+void tst_AdaptorTransport::seek_data()
+{
+    QTest::addColumn<int>("result");
+    QTest::addColumn<QStringList>("signalsExpected");
+    QTest::newRow("accepted") << 0 << QStringList();
+    QTest::newRow("refused") << -1 << QStringList({"mediaMessageChanged(2,<invalid>)"});
+}
+
+void tst_AdaptorTransport::seek()
+{
+    QFETCH(int, result);
+    QFETCH(QStringList, signalsExpected);
+    h->start();
+    h->openAndPlay(kMovie);
+    h->player()->script().push("seekTo", result);
+    h->clear();
+
+    h->d->seek(5000);
+
+    QCOMPARE(h->engine.recorder().calls(), QStringList({"seekTo(5000)"}));
+    QCOMPARE(h->signalTexts(), signalsExpected);
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession seek(#) called",
+                                                    QStringLiteral("D/OPSession seek(#):seek return value %1").arg(result)}));
+    QCOMPARE(h->session->state(), S::Player_Play);
+}
+
+void tst_AdaptorTransport::seekWithoutEngine()
+{
+    h->start();
+    h->d->release();
+    h->clear();
+
+    h->d->seek(5000);
+
+    QCOMPARE(h->signalTexts(), QStringList());
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession seek(#) called",
+                                                    "D/OPSession seek(#):mFilePlayer is null"}));
+}
+
+void tst_AdaptorTransport::setPlaybackRate_data()
+{
+    QTest::addColumn<double>("rate");
+    QTest::addColumn<QString>("rateText");
+    QTest::addColumn<QString>("branchLine");
+    QTest::addColumn<QString>("engineCall");   // empty: the engine is not asked
+    QTest::addColumn<int>("newState");         // -1: refused
+    QTest::addColumn<QString>("factorText");
+
+    QTest::newRow("-4 fast backward") << -4.0 << "-4.000000" << "fastbackward -4.000000" << "setSpeed(-4)"
+                                      << int(S::Player_FB) << "";
+    QTest::newRow("-1.5 fast backward") << -1.5 << "-1.500000" << "fastbackward -1.500000" << "setSpeed(-1.5)"
+                                        << int(S::Player_FB) << "";
+    QTest::newRow("-1 slow backward") << -1.0 << "-1.000000" << "slowbackward 1.000000" << "" << -1 << "1.000000";
+    QTest::newRow("-0.5 slow backward") << -0.5 << "-0.500000" << "slowbackward 2.000000" << "" << -1 << "2.000000";
+    QTest::newRow("-0.25 slow backward") << -0.25 << "-0.250000" << "slowbackward 4.000000" << "" << -1
+                                         << "4.000000";
+    QTest::newRow("0 as fast forward") << 0.0 << "0.000000" << "fastforward 0.000000" << "setSpeed(0)"
+                                       << int(S::Player_FF) << "";
+    QTest::newRow("NaN as fast forward") << qQNaN() << "nan" << "fastforward nan" << "setSpeed(nan)"
+                                         << int(S::Player_FF) << "";
+    QTest::newRow("0.5 slow forward") << 0.5 << "0.500000" << "slowforward 0.500000" << "setSpeed(0.5)"
+                                      << int(S::Player_SF) << "";
+    QTest::newRow("1 normal speed") << 1.0 << "1.000000" << "setspeed reset 1.000000" << "setSpeed(1)"
+                                    << int(S::Player_Play) << "";
+    QTest::newRow("1.5 fast forward") << 1.5 << "1.500000" << "fastforward 1.500000" << "setSpeed(1.5)"
+                                      << int(S::Player_FF) << "";
+    QTest::newRow("2 fast forward") << 2.0 << "2.000000" << "fastforward 2.000000" << "setSpeed(2)"
+                                    << int(S::Player_FF) << "";
+}
+
+void tst_AdaptorTransport::setPlaybackRate()
+{
+    QFETCH(double, rate);
+    QFETCH(QString, rateText);
+    QFETCH(QString, branchLine);
+    QFETCH(QString, engineCall);
+    QFETCH(int, newState);
+    QFETCH(QString, factorText);
+    h->start();
+    h->openAndPlay(kMovie);
+    h->clear();
+
+    h->d->setPlaybackRate(rate);
+
+    const QString rateLine = "D/OPSession setPlaybackRate(#):rate:" + rateText;
+    const QString branch = "D/OPSession setPlaybackRate(#):" + branchLine;
+    if (newState >= 0) {
+        QCOMPARE(h->engine.recorder().calls(), QStringList({engineCall}));
+        QCOMPARE(h->signalTexts(), QStringList({QStringLiteral("stateChanged(%1)").arg(newState),
+                                                "playbackRateChanged(" + QVariant(float(rate)).toString() + ")"}));
+        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+            rateLine, branch, "D/OPSession setPlaybackRate(#):return value 0.000000",
+            QStringLiteral("D/OPSession setState(#):emit state %1").arg(newState),
+        }));
+        QCOMPARE(int(h->session->state()), newState);
+        if (qIsNaN(rate))
+            QVERIFY(qIsNaN(h->d->mPlaybackRate));
+        else
+            QCOMPARE(h->d->mPlaybackRate, float(rate));
+    } else {
+        // Slow backward is refused before the engine is asked.
+        QCOMPARE(h->engine.recorder().calls(), QStringList());
+        QCOMPARE(h->signalTexts(),
+                 QStringList({"mediaMessageChanged(2," + QVariant(float(rate)).toString() + ")"}));
+        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+            rateLine, branch, "D/OPSession setPlaybackRate(#):return value -3.000000",
+            "E/OPSession setPlaybackRate(#):unsupport rate " + rateText + " factor " + factorText,
+        }));
+        QCOMPARE(h->session->state(), S::Player_Play);
+        QCOMPARE(h->d->mPlaybackRate, 1.0f);
+    }
+}
+
+void tst_AdaptorTransport::setPlaybackRateEngineRefuses()
+{
+    h->start();
+    h->openAndPlay(kMovie);
+    h->player()->script().push("setSpeed", -1);
+    h->clear();
+
+    h->d->setPlaybackRate(2.0);
+
+    QCOMPARE(h->engine.recorder().calls(), QStringList({"setSpeed(2)"}));
+    QCOMPARE(h->signalTexts(), QStringList({"mediaMessageChanged(2,2)"}));
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        "D/OPSession setPlaybackRate(#):rate:2.000000",
+        "D/OPSession setPlaybackRate(#):fastforward 2.000000",
+        "D/OPSession setPlaybackRate(#):return value -1.000000",
+        "E/OPSession setPlaybackRate(#):unsupport rate 2.000000 factor 2.000000",
+    }));
+    QCOMPARE(h->session->state(), S::Player_Play);
+    QCOMPARE(h->d->mPlaybackRate, 1.0f);
+}
+
+void tst_AdaptorTransport::setPlaybackRateRestartsPausedStream_data()
+{
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<bool>("paused");
+    QTest::addColumn<bool>("restarts");
+    QTest::newRow("paused stream") << kStream << true << true;
+    QTest::newRow("playing stream") << kStream << false << false;
+    QTest::newRow("paused local file") << kMovie << true << false;
+}
+
+void tst_AdaptorTransport::setPlaybackRateRestartsPausedStream()
+{
+    QFETCH(QString, url);
+    QFETCH(bool, paused);
+    QFETCH(bool, restarts);
+    h->start();
+    h->openAndPlay(url);
+    if (paused)
+        h->d->pause();
+    h->clear();
+
+    h->d->setPlaybackRate(2.0);
+
+    QStringList calls = {"setSpeed(2)"};
+    if (restarts)
+        calls << "play()";
+    QCOMPARE(h->engine.recorder().calls(), calls);
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(6)", "playbackRateChanged(2)"}));
+    QCOMPARE(h->log->count("D/OPSession setPlaybackRate(#):play return value 0"), restarts ? 1 : 0);
+}
+
+void tst_AdaptorTransport::setPlaybackRateWithoutEngine()
+{
+    h->start();
+    h->d->release();
+    h->clear();
+
+    h->d->setPlaybackRate(2.0);
+
+    QCOMPARE(h->signalTexts(), QStringList());
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession setPlaybackRate(#):rate:2.000000",
+                                                    "D/OPSession setPlaybackRate(#):mFilePlayer is null"}));
+}
+
+void tst_AdaptorTransport::readers_data()
+{
+    QTest::addColumn<int>("state");
+    QTest::addColumn<bool>("running");   // the engine's position and duration count
+    QTest::addColumn<bool>("trickPlay"); // the engine's speed counts
+    for (int s = S::Player_Idle; s <= S::Player_Pause; ++s) {
+        QTest::addRow("state %d", s) << s << (s >= S::Player_Play)
+                                     << (s >= S::Player_FF && s <= S::Player_SB);
+    }
+}
+
+void tst_AdaptorTransport::readers()
+{
+    QFETCH(int, state);
+    QFETCH(bool, running);
+    QFETCH(bool, trickPlay);
+    h->start();
+    openIn(S::PlayerState(state));
+    Script &script = h->player()->script();
+    script.setDefault("getPosition", 4200);
+    script.setDefault("getDuration", 90000);
+    script.setDefault("getSpeed", 2.5);
+    h->clear();
+
+    // The session's getters forward to the adaptor.
+    QCOMPARE(h->session->position(), running ? qint64(4200) : qint64(0));
+    QCOMPARE(h->session->duration(), running ? qint64(90000) : qint64(0));
+    QCOMPARE(h->session->playbackRate(), trickPlay ? 2.5f : 1.0f);
+
+    QStringList calls;
+    if (running)
+        calls << "getPosition()" << "getDuration()";
+    if (trickPlay)
+        calls << "getSpeed()";
+    QCOMPARE(h->engine.recorder().calls(), calls);
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({trickPlay ? "D/OPSession playbackRate(#):playbackRate 2.500000"
+                                                              : "D/OPSession playbackRate(#):playbackRate 1.000000"}));
+    QCOMPARE(h->signalTexts(), QStringList());
+}
+
+void tst_AdaptorTransport::readersWithoutEngine()
+{
+    h->start();
+    h->d->release();
+    h->d->mCurrentState = S::Player_FF;
+    h->clear();
+
+    QCOMPARE(h->session->position(), qint64(0));
+    QCOMPARE(h->session->duration(), qint64(0));
+    QCOMPARE(h->session->playbackRate(), 1.0f);
+    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession position(#):mFilePlayer is null",
+                                                    "D/OPSession duration(#):mFilePlayer is null",
+                                                    "D/OPSession playbackRate(#):mFilePlayer is null"}));
+}
+
+void tst_AdaptorTransport::resumePlay()
+{
+    h->start();
+    h->openAndPlay(kMovie);
+    h->clear();
+
+    h->d->resumePlay(5000, 120000);
+
+    QCOMPARE(h->engine.recorder().calls(), QStringList());
+    QCOMPARE(h->signalTexts(), QStringList());
+    ORVIC_COMPARE_LOG(h->log->lines(), QStringList({"V/OPSession resumePlay(#) called"}));
+}
+
+void tst_AdaptorTransport::transportThroughCommandQueue()
+{
+    h->start();
+    h->player()->script().setDefault("getPosition", 5000);
+    QOrvicPlayerSession *session = h->session.get();
+
+    session->manageActList(S::Msg_SetMedia, kMovie);
+    session->manageActList(S::Msg_Play, QVariant());
+    session->manageActList(S::Msg_Position, QVariant(qlonglong(5000)));
+    session->manageActList(S::Msg_PlayBackRate, QVariant(2.0));
+    session->manageActList(S::Msg_PlayBackRate, QVariant(1.0));
+    session->manageActList(S::Msg_Pause, QVariant());
+
+    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie) + QStringList({
+        "getSpeed()", "play()", "getDuration()", "seekTo(5000)", "setSpeed(2)", "setSpeed(1)",
+        "getSpeed()", "pause()", "getPosition()"}));
+    QCOMPARE(h->signalTexts(), localOpenSignals() + QStringList({
+        "stateChanged(5)", "stateChanged(6)", "playbackRateChanged(2)", "stateChanged(5)",
+        "playbackRateChanged(1)", "stateChanged(10)", "positionChanged(5000)"}));
+    QCOMPARE(session->state(), S::Player_Pause);
+}
+
+QTEST_GUILESS_MAIN(tst_AdaptorTransport)
+#include "tst_adaptortransport.moc"

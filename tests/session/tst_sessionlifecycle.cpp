@@ -1,0 +1,648 @@
+// Playback service and engine lifecycle of the adaptor (init, release, reset,
+// destructor) and what a newly constructed session reports.
+#include "logcapture.h"
+#include "qorvicmetadatasession.h"
+#include "scriptedplatform.h"
+#include "sessionaccess.h"
+#include "sessionrecorder.h"
+
+#include <QtCore/QPointer>
+#include <QtCore/QSemaphore>
+#include <QtTest/QtTest>
+
+#include <cstdlib>
+#include <memory>
+#include <thread>
+
+using namespace orvictest;
+using Session = QOrvicPlayerSession;
+using Answer = ScriptedPropertyService::Answer;
+
+Q_DECLARE_METATYPE(QList<ScriptedPropertyService::Answer>)
+
+namespace {
+
+const QByteArray kStatusKey("init.svc.psserver");
+
+// Stands in for the 5 ms pause between two polls: records, returns at once.
+QList<unsigned long> g_sleeps;
+void recordSleep(unsigned long ms)
+{
+    g_sleeps.append(ms);
+}
+
+const char kInit[] = "void QOrvicPlayerSessionPrivate::init()";
+const char kReset[] = "void QOrvicPlayerSessionPrivate::reset()";
+const char kRelease[] = "void QOrvicPlayerSessionPrivate::release()";
+
+QString runningWarning(const QString &value)
+{
+    return QStringLiteral("D/OPSession init(#):Warning: waiting psserver running over 5 sec, key:init.svc.psserver value:%1 ")
+        .arg(value);
+}
+
+QString stoppedWarning(const QString &value)
+{
+    return QStringLiteral("D/OPSession reset(#):Warning: waiting psserver stopped over 5 sec, key:init.svc.psserver value:%1 ")
+        .arg(value);
+}
+
+const QStringList kEngineUp = {QStringLiteral("SPPlayer::create(Qspmediaplayer)"), QStringLiteral("getVolume()"),
+                               QStringLiteral("SPMetaData::create(SpMetadata,default)")};
+const QStringList kEngineDown = {QStringLiteral("SPMetaData::destroy"), QStringLiteral("stop()"),
+                                 QStringLiteral("SPPlayer::destroy")};
+
+} // namespace
+
+class tst_SessionLifecycle : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void newSession();
+    void volumeRestoredFromEngine_data();
+    void volumeRestoredFromEngine();
+    void engineName_data();
+    void engineName();
+    void initPollsUntilRunning();
+    void initWarningCarriesValue();
+    void initPropertyGetFailure_data();
+    void initPropertyGetFailure();
+    void initPropertySetResult_data();
+    void initPropertySetResult();
+    void initNumbersPlayers();
+    void initOnAdaptor();
+    void initAndResetTakeNoOtherLock();
+    void initWithoutEngineObjects_data();
+    void initWithoutEngineObjects();
+    void releaseWithoutEngine();
+    void releaseOrder_data();
+    void releaseOrder();
+    void resetSequence_data();
+    void resetSequence();
+    void destructorKeepsServiceRunning();
+    void setVideoOutputHasNoEffect();
+    void id3PicWithoutMetaSession();
+
+private:
+    std::unique_ptr<ScriptedEngine> m_engine;
+    std::unique_ptr<ScriptedPropertyService> m_properties;
+    std::unique_ptr<LogCapture> m_log;
+    void (*m_previousSleep)(unsigned long) = nullptr;
+};
+
+void tst_SessionLifecycle::init()
+{
+    m_engine.reset(new ScriptedEngine);
+    m_properties.reset(new ScriptedPropertyService);
+    m_log.reset(new LogCapture);
+    g_sleeps.clear();
+    m_previousSleep = QOrvicPlayerSessionPrivate::pollSleep;
+    QOrvicPlayerSessionPrivate::pollSleep = recordSleep;
+}
+
+void tst_SessionLifecycle::cleanup()
+{
+    QOrvicPlayerSessionPrivate::pollSleep = m_previousSleep;
+    for (const LogEntry &e : m_log->entries())
+        QVERIFY2(e.type == QtDebugMsg, qPrintable(e.text));
+    m_log.reset();
+    m_properties.reset();
+    m_engine.reset();
+}
+
+// A new session has run init: the service was started, the engine created,
+// and the getters answer from what init restored.
+void tst_SessionLifecycle::newSession()
+{
+    m_engine->onNewPlayer([](ScriptedPlayer *p) {
+        p->script().setDefault("getVolume", 35);
+        p->script().setDefault("getSpeed", 2.0);  // not asked outside trick play
+    });
+    Session session(QMediaPlayer::Flags{});
+    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+
+    QCOMPARE(m_engine->recorder().calls(), kEngineUp);
+    QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.start", "psserver"}}));
+    QCOMPARE(m_properties->initCount(), 1);
+    QVERIFY(m_log->containsInOrder({QStringLiteral("D/OPSession init(#):init volume 35"),
+                                    QStringLiteral("D/OPSession setState(#):emit state 1")}));
+    QCOMPARE(d->mPlaybackRate, 1.0f);
+    QVERIFY(d->mFilePlayer);
+    QVERIFY(d->mSPMetaData);
+    QVERIFY(d->mMetaSession);
+    QCOMPARE(d->mMetaSession->parent(), nullptr);
+    QVERIFY(d->mCallBack);
+    QCOMPARE(m_engine->lastPlayer()->callBack(), static_cast<playback::SPPlayer::CallBack *>(d->mCallBack));
+    QCOMPARE(d->q, &session);
+
+    m_engine->recorder().clear();
+    QCOMPARE(session.state(), Session::Player_Initialized);
+    QCOMPARE(session.volume(), 35);
+    QCOMPARE(session.isMuted(), false);
+    QCOMPARE(session.playbackRate(), 1.0f);
+    QCOMPARE(session.isAudioAvailable(), false);
+    QCOMPARE(session.isVideoAvailable(), false);
+    QCOMPARE(session.isSeekable(), false);
+    QCOMPARE(session.duration(), qint64(0));
+    QCOMPARE(session.position(), qint64(0));
+    QVERIFY(session.availablePlaybackRanges().isEmpty());
+    QCOMPARE(session.getCurrentAudioStream(), 0);
+    // Nothing playing: the getters did not need the engine.
+    QCOMPARE(m_engine->recorder().calls(), QStringList());
+}
+
+void tst_SessionLifecycle::volumeRestoredFromEngine_data()
+{
+    QTest::addColumn<int>("engineVolume");
+    QTest::addColumn<bool>("muted");
+    QTest::newRow("0 is muted") << 0 << true;
+    QTest::newRow("negative is muted") << -1 << true;
+    QTest::newRow("1 is not muted") << 1 << false;
+    QTest::newRow("100 is not muted") << 100 << false;
+}
+
+void tst_SessionLifecycle::volumeRestoredFromEngine()
+{
+    QFETCH(int, engineVolume);
+    QFETCH(bool, muted);
+    m_engine->onNewPlayer([=](ScriptedPlayer *p) { p->script().setDefault("getVolume", engineVolume); });
+    Session session(QMediaPlayer::Flags{});
+    QCOMPARE(session.volume(), engineVolume);
+    QCOMPARE(session.isMuted(), muted);
+    // The values saved before the engine existed are the initial ones.
+    QVERIFY(m_log->containsInOrder({QStringLiteral("D/OPSession init(#):save vol 0 is mute 0"),
+                                    QStringLiteral("D/OPSession init(#):init volume %1").arg(engineVolume)}));
+    // The engine's volume is read, never set.
+    QCOMPARE(m_engine->recorder().count(QStringLiteral("setStreamVolume")), 0);
+}
+
+void tst_SessionLifecycle::engineName_data()
+{
+    QTest::addColumn<int>("flags");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("none") << 0 << "Qspmediaplayer";
+    QTest::newRow("0x8 metadata only") << int(QMediaPlayer::MetaDataOnly) << "QspmediaplayerOnlyMetadata";
+    QTest::newRow("0x8 with low latency") << int(QMediaPlayer::MetaDataOnly | QMediaPlayer::LowLatency)
+                                          << "QspmediaplayerOnlyMetadata";
+    QTest::newRow("all four") << int(QMediaPlayer::MetaDataOnly | QMediaPlayer::LowLatency | QMediaPlayer::StreamPlayback
+                                     | QMediaPlayer::VideoSurface)
+                              << "QspmediaplayerOnlyMetadata";
+    QTest::newRow("low latency") << int(QMediaPlayer::LowLatency) << "Qspmediaplayer";
+    QTest::newRow("stream playback") << int(QMediaPlayer::StreamPlayback) << "Qspmediaplayer";
+    QTest::newRow("video surface") << int(QMediaPlayer::VideoSurface) << "Qspmediaplayer";
+}
+
+void tst_SessionLifecycle::engineName()
+{
+    QFETCH(int, flags);
+    QFETCH(QString, name);
+    QCOMPARE(int(QMediaPlayer::MetaDataOnly), 0x8);
+    Session session{QMediaPlayer::Flags(flags)};
+    QCOMPARE(m_engine->recorder().calls(),
+             (QStringList{QStringLiteral("SPPlayer::create(%1)").arg(name), QStringLiteral("getVolume()"),
+                          QStringLiteral("SPMetaData::create(SpMetadata,default)")}));
+    QCOMPARE(m_engine->lastPlayer()->name(), name);
+    QCOMPARE(m_engine->lastMetaData()->name(), QStringLiteral("SpMetadata"));
+    QCOMPARE(m_engine->lastMetaData()->config(), QStringLiteral("default"));
+    QCOMPARE(int(sessionPrivate(&session)->mFlags), flags);
+}
+
+// "init.svc.psserver" answers "" three times, then "running": three warnings,
+// one per poll, three pauses of 5 ms, four reads; the service was started first.
+void tst_SessionLifecycle::initPollsUntilRunning()
+{
+    m_properties->scriptGet(kStatusKey, QList<QByteArray>{"", "", "", "running"});
+    int setsAtFirstRead = -1;
+    m_properties->onGet(kStatusKey, [&](int n) {
+        if (n == 0)
+            setsAtFirstRead = m_properties->sets().size();
+    });
+    Session session(QMediaPlayer::Flags{});
+
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kInit)),
+                  (QStringList{QStringLiteral("V/OPSession init(#) called"), QStringLiteral("D/OPSession init(#):palyer id #"),
+                               QStringLiteral("D/OPSession init(#):property_set ctl.start error "),
+                               runningWarning(QString()), runningWarning(QString()), runningWarning(QString()),
+                               QStringLiteral("D/OPSession init(#):save vol 0 is mute 0"),
+                               QStringLiteral("D/OPSession init(#):init volume 0")}));
+    QCOMPARE(g_sleeps, (QList<unsigned long>{5, 5, 5}));
+    QCOMPARE(m_properties->getCount(kStatusKey), 4);
+    QCOMPARE(m_properties->gets(), (QList<QByteArray>{kStatusKey, kStatusKey, kStatusKey, kStatusKey}));
+    QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.start", "psserver"}}));
+    QCOMPARE(setsAtFirstRead, 1);
+    QCOMPARE(session.state(), Session::Player_Initialized);
+}
+
+void tst_SessionLifecycle::initWarningCarriesValue()
+{
+    m_properties->scriptGet(kStatusKey, QList<QByteArray>{"starting", "restarting", "running"});
+    Session session(QMediaPlayer::Flags{});
+    const QStringList warnings = m_log->matching(QStringLiteral("Warning: waiting psserver running"));
+    ORVIC_COMPARE_LINES(warnings, (QStringList{runningWarning(QStringLiteral("starting")),
+                                         runningWarning(QStringLiteral("restarting"))}));
+    QCOMPARE(g_sleeps.size(), 2);
+}
+
+void tst_SessionLifecycle::initPropertyGetFailure_data()
+{
+    QTest::addColumn<QList<Answer>>("answers");
+    QTest::addColumn<QStringList>("polling");
+    QTest::addColumn<int>("pauses");
+    const QString error = QStringLiteral("D/OPSession init(#):property_get error ");
+    QTest::newRow("fails twice, then running")
+        << QList<Answer>{{-1, ""}, {-1, ""}, {7, "running"}}
+        << QStringList{error, runningWarning(QString()), error, runningWarning(QString())} << 2;
+    // The loop goes on with whatever the buffer holds.
+    QTest::newRow("fails, buffer holds running")
+        << QList<Answer>{{-1, "running"}} << QStringList{error} << 0;
+    QTest::newRow("fails with stale text")
+        << QList<Answer>{{-2, "stopped"}, {7, "running"}}
+        << QStringList{error, runningWarning(QStringLiteral("stopped"))} << 1;
+}
+
+void tst_SessionLifecycle::initPropertyGetFailure()
+{
+    QFETCH(QList<Answer>, answers);
+    QFETCH(QStringList, polling);
+    QFETCH(int, pauses);
+    m_properties->scriptGet(kStatusKey, answers);
+    Session session(QMediaPlayer::Flags{});
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kInit)),
+                  QStringList({QStringLiteral("V/OPSession init(#) called"), QStringLiteral("D/OPSession init(#):palyer id #"),
+                               QStringLiteral("D/OPSession init(#):property_set ctl.start error ")})
+                      + polling
+                      + QStringList({QStringLiteral("D/OPSession init(#):save vol 0 is mute 0"),
+                                     QStringLiteral("D/OPSession init(#):init volume 0")}));
+    QCOMPARE(g_sleeps.size(), pauses);
+    QCOMPARE(session.state(), Session::Player_Initialized);
+}
+
+void tst_SessionLifecycle::initPropertySetResult_data()
+{
+    QTest::addColumn<int>("result");
+    QTest::addColumn<bool>("logged");
+    // The line is printed for a zero result, not for a failure code.
+    QTest::newRow("0") << 0 << true;
+    QTest::newRow("1") << 1 << false;
+    QTest::newRow("-1") << -1 << false;
+}
+
+void tst_SessionLifecycle::initPropertySetResult()
+{
+    QFETCH(int, result);
+    QFETCH(bool, logged);
+    m_properties->scriptSetResult(result);
+    Session session(QMediaPlayer::Flags{});
+    const QStringList lines = m_log->linesFrom(QLatin1String(kInit));
+    const QString line = QStringLiteral("D/OPSession init(#):property_set ctl.start error ");
+    QCOMPARE(m_log->count(line), logged ? 1 : 0);
+    if (logged)
+        QVERIFY(LogCapture::pattern(line).match(lines.value(2)).hasMatch());
+    // Nothing else depends on it.
+    QCOMPARE(m_engine->createdPlayers(), 1);
+    QCOMPARE(session.state(), Session::Player_Initialized);
+}
+
+void tst_SessionLifecycle::initNumbersPlayers()
+{
+    Session first(QMediaPlayer::Flags{});
+    Session second(QMediaPlayer::Flags{});
+    const QRegularExpression id(QStringLiteral("^D/OPSession init\\(\\d+\\):palyer id (\\d+)$"));
+    QList<int> ids;
+    for (const QString &l : m_log->lines()) {
+        const QRegularExpressionMatch m = id.match(l);
+        if (m.hasMatch())
+            ids.append(m.captured(1).toInt());
+    }
+    QCOMPARE(ids.size(), 2);
+    QCOMPARE(ids.at(1), ids.at(0) + 1);
+    QCOMPARE(sessionPrivate(&first)->mPlayerId, ids.at(0));
+    QCOMPARE(sessionPrivate(&second)->mPlayerId, ids.at(1));
+}
+
+// init on an adaptor: state Player_Initialized announced through the session,
+// stop-in-progress and network flags cleared, heap fields nulled (not freed),
+// and the command queue's dispatch state left alone.
+void tst_SessionLifecycle::initOnAdaptor()
+{
+    Session session(QMediaPlayer::Flags{});
+    SessionRecorder recorder(&session);
+    QOrvicPlayerSessionPrivate adaptor(QMediaPlayer::Flags{});
+    adaptor.q = &session;
+    adaptor.mCurrentState = Session::Player_Play;
+    adaptor.mIsStopping.storeRelease(true);
+    adaptor.mIsNetwork = true;
+    adaptor.mDispatchState.storeRelease(2);
+    adaptor.mPlaybackRate = 2.5f;
+    Session::VideoAttribute video;
+    Session::AudioAttribute audio;
+    Session::SubtitleAttribute subtitle;
+    adaptor.mMetaData.videoAttribute = &video;
+    adaptor.mMetaData.audioAttribute = &audio;
+    adaptor.mMetaData.subtitleAttribute = &subtitle;
+    m_log->clear();
+
+    adaptor.init();
+    QCOMPARE(recorder.texts(), QStringList{QStringLiteral("stateChanged(1)")});
+    QCOMPARE(adaptor.mCurrentState, Session::Player_Initialized);
+    QVERIFY(!adaptor.mIsStopping.loadAcquire());
+    QVERIFY(!adaptor.mIsNetwork);
+    QCOMPARE(adaptor.mDispatchState.loadAcquire(), 2);
+    QCOMPARE(adaptor.mMetaData.videoAttribute, nullptr);
+    QCOMPARE(adaptor.mMetaData.audioAttribute, nullptr);
+    QCOMPARE(adaptor.mMetaData.subtitleAttribute, nullptr);
+    QCOMPARE(adaptor.mPlaybackRate, 1.0f);
+    QCOMPARE(session.state(), Session::Player_Initialized);
+    adaptor.mDispatchState.storeRelease(0);
+}
+
+// init takes no lock at all and reset only the reset lock: both complete on a
+// thread of their own while this thread holds every other lock of the adaptor.
+void tst_SessionLifecycle::initAndResetTakeNoOtherLock()
+{
+    Session session(QMediaPlayer::Flags{});
+    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate adaptor(QMediaPlayer::Flags{});
+    adaptor.q = &session;
+    QOrvicPlayerSessionPrivate *const adaptors[] = {&adaptor, d};
+    for (QOrvicPlayerSessionPrivate *a : adaptors) {
+        a->mPlayerLock.lock();
+        a->mMessageWaitLock.lock();
+        a->mListLock.lock();
+        a->mAckLock.lock();
+    }
+    QSemaphore done;
+    std::thread worker([&] {
+        adaptor.init();
+        d->reset();
+        done.release();
+    });
+    const bool finished = done.tryAcquire(1, 30000);
+    for (QOrvicPlayerSessionPrivate *a : adaptors) {
+        a->mAckLock.unlock();
+        a->mListLock.unlock();
+        a->mMessageWaitLock.unlock();
+        a->mPlayerLock.unlock();
+    }
+    worker.join();
+    QVERIFY(finished);
+    QCOMPARE(adaptor.mCurrentState, Session::Player_Initialized);
+    QCOMPARE(m_engine->createdPlayers(), 3);
+}
+
+// An engine or reader that could not be created: the session still comes up;
+// the missing player is reported instead of being used.
+void tst_SessionLifecycle::initWithoutEngineObjects_data()
+{
+    QTest::addColumn<bool>("player");
+    QTest::addColumn<bool>("reader");
+    QTest::newRow("no player") << false << true;
+    QTest::newRow("no reader") << true << false;
+    QTest::newRow("neither") << false << false;
+}
+
+void tst_SessionLifecycle::initWithoutEngineObjects()
+{
+    QFETCH(bool, player);
+    QFETCH(bool, reader);
+    m_engine->script().setDefault("create/player", player);
+    m_engine->script().setDefault("create/metadata", reader);
+    {
+        Session session(QMediaPlayer::Flags{});
+        QCOMPARE(session.state(), Session::Player_Initialized);
+        QCOMPARE(m_log->count(QStringLiteral("D/OPSession init(#):mFilePlayer is null")), player ? 0 : 1);
+        if (!player) {
+            // Nothing read back: the saved (initial) values stay.
+            QCOMPARE(session.volume(), 0);
+            QCOMPARE(session.isMuted(), false);
+            QCOMPARE(m_engine->recorder().count(QStringLiteral("getVolume")), 0);
+        }
+        m_engine->recorder().clear();
+        m_log->clear();
+    }
+    QStringList down;
+    if (reader)
+        down << QStringLiteral("SPMetaData::destroy");
+    if (player)
+        down << QStringLiteral("stop()") << QStringLiteral("SPPlayer::destroy");
+    QCOMPARE(m_engine->recorder().calls(), down);
+}
+
+void tst_SessionLifecycle::releaseWithoutEngine()
+{
+    {
+        QOrvicPlayerSessionPrivate adaptor(QMediaPlayer::Flags{});
+        adaptor.release();
+        ORVIC_COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("V/OPSession release(#) called")});
+        adaptor.release();
+        ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession release(#) called"),
+                                                   QStringLiteral("V/OPSession release(#) called")}));
+        m_log->clear();
+    }
+    ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession ~QOrvicPlayerSessionPrivate(#) called"),
+                                               QStringLiteral("V/OPSession release(#) called")}));
+    QCOMPARE(m_engine->recorder().calls(), QStringList());
+    QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{}));
+}
+
+void tst_SessionLifecycle::releaseOrder_data()
+{
+    QTest::addColumn<int>("stopResult");
+    QTest::newRow("stop 0") << 0;
+    QTest::newRow("stop -3") << -3;
+}
+
+// release: metadata session, reader, engine stop and destroy, sink, heap
+// blocks; the session state stays; a second release only logs.
+void tst_SessionLifecycle::releaseOrder()
+{
+    QFETCH(int, stopResult);
+    Session session(QMediaPlayer::Flags{});
+    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    SessionRecorder recorder(&session);
+    m_engine->lastPlayer()->script().push("stop", stopResult);
+    CallRecorder &calls = m_engine->recorder();
+    QObject::connect(d->mMetaSession, &QObject::destroyed, [&calls] { calls.record(QStringLiteral("metaSession destroyed")); });
+    d->mMetaData.videoAttribute = static_cast<Session::VideoAttribute *>(std::calloc(1, sizeof(Session::VideoAttribute)));
+    d->mMetaData.audioAttribute = static_cast<Session::AudioAttribute *>(std::calloc(1, sizeof(Session::AudioAttribute)));
+    d->mMetaData.audioAttribute->id3Info = static_cast<Session::Id3Info *>(std::malloc(sizeof(Session::Id3Info)));
+    d->mMetaData.subtitleAttribute = static_cast<Session::SubtitleAttribute *>(std::calloc(1, sizeof(Session::SubtitleAttribute)));
+    calls.clear();
+    m_log->clear();
+
+    d->release();
+    QCOMPARE(calls.calls(), QStringList{QStringLiteral("metaSession destroyed")} + kEngineDown);
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kRelease)),
+                  (QStringList{QStringLiteral("V/OPSession release(#) called"), QStringLiteral("D/OPSession release(#):stop start "),
+                               QStringLiteral("D/OPSession release(#):stop:%1 ").arg(stopResult),
+                               QStringLiteral("D/OPSession release(#):SPPlayer::destroy ")}));
+    QCOMPARE(d->mFilePlayer, nullptr);
+    QCOMPARE(d->mSPMetaData, nullptr);
+    QCOMPARE(d->mMetaSession, nullptr);
+    QCOMPARE(d->mCallBack, nullptr);
+    QCOMPARE(d->mMetaData.videoAttribute, nullptr);
+    QCOMPARE(d->mMetaData.audioAttribute, nullptr);
+    QCOMPARE(d->mMetaData.subtitleAttribute, nullptr);
+    QCOMPARE(m_engine->destroyedPlayers(), 1);
+    QCOMPARE(session.state(), Session::Player_Initialized);
+    QCOMPARE(recorder.texts(), QStringList());
+    QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.start", "psserver"}}));
+
+    calls.clear();
+    m_log->clear();
+    d->release();
+    ORVIC_COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("V/OPSession release(#) called")});
+    QCOMPARE(calls.calls(), QStringList());
+}
+
+void tst_SessionLifecycle::resetSequence_data()
+{
+    QTest::addColumn<int>("notStopped");   // polls that do not see "stopped"
+    QTest::addColumn<int>("warnings");
+    QTest::addColumn<int>("setResult");
+    QTest::newRow("stopped at once") << 0 << 0 << 0;
+    QTest::newRow("1 poll") << 1 << 1 << 0;
+    QTest::newRow("2 polls") << 2 << 1 << 0;
+    QTest::newRow("999 polls") << 999 << 1 << 0;
+    QTest::newRow("1000 polls") << 1000 << 1 << 0;
+    QTest::newRow("1001 polls") << 1001 << 2 << 0;
+    QTest::newRow("2001 polls") << 2001 << 3 << 0;
+    QTest::newRow("set result 1") << 1 << 1 << 1;
+}
+
+// reset: release, "ctl.stop", wait for "stopped" (warning at the first poll
+// and every 1000th), then init again; all under the reset lock.
+void tst_SessionLifecycle::resetSequence()
+{
+    QFETCH(int, notStopped);
+    QFETCH(int, warnings);
+    QFETCH(int, setResult);
+    m_engine->onNewPlayer([](ScriptedPlayer *p) { p->script().setDefault("getVolume", 50); });
+    Session session(QMediaPlayer::Flags{});
+    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QCOMPARE(session.volume(), 50);
+    SessionRecorder recorder(&session);
+    // The restarted engine reports silence: its volume wins over the saved one.
+    m_engine->onNewPlayer([](ScriptedPlayer *p) { p->script().setDefault("getVolume", 0); });
+
+    QList<QByteArray> answers;
+    for (int i = 0; i < notStopped; ++i)
+        answers.append("running");
+    answers << "stopped" << "running";
+    m_properties->scriptGet(kStatusKey, answers);
+    m_properties->scriptSetResult(setResult);
+    // Held from the release through the stop wait to the end of init.
+    int checks = 0;
+    bool lockedThroughout = true;
+    const auto checkLocked = [&] {
+        ++checks;
+        if (d->mResetLock.tryLock()) {
+            lockedThroughout = false;
+            d->mResetLock.unlock();
+        }
+    };
+    m_properties->onGet(kStatusKey, [&](int) { checkLocked(); });
+    m_log->setObserver([&](const LogEntry &e) {
+        if (e.text.endsWith(QLatin1String(" called")) || e.text.contains(QLatin1String("init volume")))
+            checkLocked();
+    });
+    m_properties->clearLog();
+    m_engine->recorder().clear();
+    m_log->clear();
+    g_sleeps.clear();
+
+    d->reset();
+    m_log->setObserver(nullptr);
+
+    QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.stop", "psserver"}, {"ctl.start", "psserver"}}));
+    QCOMPARE(m_properties->getCount(kStatusKey), notStopped + 2);
+    QCOMPARE(g_sleeps.size(), notStopped);
+    QVERIFY(std::all_of(g_sleeps.cbegin(), g_sleeps.cend(), [](unsigned long ms) { return ms == 5; }));
+    QVERIFY(lockedThroughout);
+    QVERIFY(checks >= notStopped + 5);
+    QVERIFY(d->mResetLock.tryLock());
+    d->mResetLock.unlock();
+
+    QStringList resetLines;
+    if (setResult == 0)
+        resetLines << QStringLiteral("D/OPSession reset(#):property_set ctl.stop error ");
+    for (int i = 0; i < warnings; ++i)
+        resetLines << stoppedWarning(QStringLiteral("running"));
+    ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kReset)), resetLines);
+
+    // Release first, then the stop wait, then init with the saved values logged.
+    QStringList order{QStringLiteral("V/OPSession release(#) called"), QStringLiteral("D/OPSession release(#):SPPlayer::destroy ")};
+    order += resetLines;
+    order << QStringLiteral("V/OPSession init(#) called") << QStringLiteral("D/OPSession init(#):save vol 50 is mute 0")
+          << QStringLiteral("D/OPSession init(#):init volume 0") << QStringLiteral("D/OPSession setState(#):emit state 1");
+    QVERIFY(m_log->containsInOrder(order));
+    QCOMPARE(m_log->count(QStringLiteral("V/OPSession init(#) called")), 1);
+
+    QCOMPARE(m_engine->recorder().calls(), kEngineDown + kEngineUp);
+    QCOMPARE(m_engine->createdPlayers(), 2);
+    QCOMPARE(m_engine->destroyedPlayers(), 1);
+    QCOMPARE(recorder.texts(), QStringList{QStringLiteral("stateChanged(1)")});
+    QCOMPARE(session.state(), Session::Player_Initialized);
+    QCOMPARE(session.volume(), 0);
+    QCOMPARE(session.isMuted(), true);
+    QCOMPARE(m_engine->lastPlayer()->callBack(), static_cast<playback::SPPlayer::CallBack *>(d->mCallBack));
+}
+
+// Destroying a session releases the engine but leaves the service running.
+void tst_SessionLifecycle::destructorKeepsServiceRunning()
+{
+    {
+        Session session(QMediaPlayer::Flags{});
+        m_properties->clearLog();
+        m_engine->recorder().clear();
+        m_log->clear();
+    }
+    QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{}));
+    QCOMPARE(m_properties->gets(), QList<QByteArray>());
+    QCOMPARE(m_properties->storedValue(kStatusKey), QByteArray("running"));
+    QCOMPARE(m_engine->recorder().calls(), kEngineDown);
+    ORVIC_COMPARE_LINES(m_log->lines(), (QStringList{QStringLiteral("V/OPSession ~QOrvicPlayerSessionPrivate(#) called"),
+                                               QStringLiteral("V/OPSession release(#) called"),
+                                               QStringLiteral("D/OPSession release(#):stop start "),
+                                               QStringLiteral("D/OPSession release(#):stop:0 "),
+                                               QStringLiteral("D/OPSession release(#):SPPlayer::destroy ")}));
+    QCOMPARE(m_engine->livePlayers(), QList<ScriptedPlayer *>());
+}
+
+void tst_SessionLifecycle::setVideoOutputHasNoEffect()
+{
+    Session session(QMediaPlayer::Flags{});
+    SessionRecorder recorder(&session);
+    QObject output;
+    QPointer<QObject> watch(&output);
+    m_engine->recorder().clear();
+    m_log->clear();
+
+    session.setVideoOutput(&output);
+    session.setVideoOutput(nullptr);
+    QVERIFY(QMetaObject::invokeMethod(&session, "setVideoOutput", Q_ARG(QObject *, &session)));
+
+    QCOMPARE(m_log->lines(), QStringList());
+    QCOMPARE(recorder.texts(), QStringList());
+    QCOMPARE(m_engine->recorder().calls(), QStringList());
+    QVERIFY(watch);
+    QCOMPARE(output.parent(), nullptr);
+    QCOMPARE(session.children(), QObjectList());
+    QCOMPARE(session.state(), Session::Player_Initialized);
+}
+
+void tst_SessionLifecycle::id3PicWithoutMetaSession()
+{
+    Session session(QMediaPlayer::Flags{});
+    sessionPrivate(&session)->release();
+    m_log->clear();
+    QVERIFY(session.getID3Pic().isNull());
+    ORVIC_COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("D/OPSession getID3Pic(#):mMetaSession is null")});
+}
+
+QTEST_GUILESS_MAIN(tst_SessionLifecycle)
+#include "tst_sessionlifecycle.moc"

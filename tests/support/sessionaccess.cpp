@@ -1,0 +1,45 @@
+#include "sessionaccess.h"
+
+#include <QtCore/QMutexLocker>
+
+namespace orvictest {
+
+namespace {
+// Explicit instantiation may name private members (access checking does not
+// apply there); the friend function it defines hands the member pointer out.
+template <typename Tag, typename Tag::type Member>
+struct MemberAccess {
+    friend typename Tag::type memberOf(Tag) { return Member; }
+};
+
+struct PrivateTag {
+    using type = QOrvicPlayerSessionPrivate *QOrvicPlayerSession::*;
+    friend type memberOf(PrivateTag);
+};
+struct PendingTag {
+    using type = PendingList *QOrvicPlayerSession::*;
+    friend type memberOf(PendingTag);
+};
+
+template struct MemberAccess<PrivateTag, &QOrvicPlayerSession::d>;
+template struct MemberAccess<PendingTag, &QOrvicPlayerSession::mPendingList>;
+} // namespace
+
+QOrvicPlayerSessionPrivate *sessionPrivate(QOrvicPlayerSession *session)
+{
+    return session->*memberOf(PrivateTag());
+}
+
+PendingList *pendingList(QOrvicPlayerSession *session)
+{
+    return session->*memberOf(PendingTag());
+}
+
+int pendingCount(QOrvicPlayerSession *session)
+{
+    // The list mutex directly, not listLock(): no log lines of the test's own.
+    QMutexLocker lock(&sessionPrivate(session)->mListLock);
+    return pendingList(session)->size();
+}
+
+} // namespace orvictest
