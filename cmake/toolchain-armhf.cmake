@@ -43,5 +43,7 @@ set(ENV{PKG_CONFIG_PATH} "")
 
 find_program(ORVIC_QEMU_ARM NAMES qemu-arm qemu-arm-static)
 if(ORVIC_QEMU_ARM)
-    set(CMAKE_CROSSCOMPILING_EMULATOR "${ORVIC_QEMU_ARM};-L;${ORVIC_SYSROOT}")
+    # GStreamer (behind Qt Multimedia's player) scans its plugins in a forked
+    # helper, an ARM program the build machine cannot start: scan in-process.
+    set(CMAKE_CROSSCOMPILING_EMULATOR "${ORVIC_QEMU_ARM};-L;${ORVIC_SYSROOT};-E;GST_REGISTRY_FORK=no")
 endif()
