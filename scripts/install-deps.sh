@@ -7,6 +7,8 @@ set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config git ccache
     qtbase5-dev qtmultimedia5-dev libqt5multimedia5-plugins libuchardet-dev
+    # host metadata reader (libplayback.so) and the test media generator
+    libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
 )
 if [ "${1:-}" = "--cross-armhf" ]; then
     packages+=(crossbuild-essential-armhf qemu-user mmdebstrap)

@@ -1,28 +1,16 @@
 #include "adaptorharness.h"
+#include "enginerecords.h"
 
 #include <QtMultimedia/QMediaMetaData>
-
-#include <cstring>
 
 namespace orvictest {
 
 namespace {
-void noSleep(unsigned long)
-{
-}
-
+// The harness's media all have 16-bit audio.
 playback::SPMetaData::AudioAttribute audio(int channels, int rate, int bitRate, const char *codec,
                                            const char *language)
 {
-    playback::SPMetaData::AudioAttribute a;
-    std::memset(&a, 0, sizeof a);
-    a.channel = channels;
-    a.samplingRate = rate;
-    a.bitRate = bitRate;
-    std::strncpy(a.codec, codec, sizeof a.codec - 1);
-    std::strncpy(a.language, language, sizeof a.language - 1);
-    a.bitDepth = 16;
-    return a;
+    return engineAudio(channels, rate, bitRate, codec, language, 16);
 }
 
 void tags(ScriptedMetaData *reader)
@@ -86,13 +74,7 @@ void localVideo(ScriptedMetaData *reader)
     s.setDefault("getSubtitleStreamNum", 2);
     reader->setAudioAttribute(0, audio(2, 48000, 128000, "aac", "eng"));
     reader->setAudioAttribute(1, audio(6, 48000, 384000, "ac3", "fra"));
-    playback::SPMetaData::VideoAttribute v;
-    std::memset(&v, 0, sizeof v);
-    v.width = 1920;
-    v.height = 1080;
-    v.frameRate = 25;
-    std::strncpy(v.codec, "h264", sizeof v.codec - 1);
-    reader->setVideoAttribute(0, v);
+    reader->setVideoAttribute(0, engineVideo(1920, 1080, 0, 25, 0, "h264"));
     tags(reader);
 }
 
@@ -148,21 +130,28 @@ QStringList withoutSubtitlesKeys()
     return sorted(QStringList{QMediaMetaData::Duration} + audioKeys() + tagKeys());
 }
 
+QStringList localOpenCalls(const QString &url)
+{
+    return {"SPMetaData::setUrl(" + url + ")", "setUrl(" + url + ")", "setSubUrl(" + url + ")",
+            "prepare(0,0)", "getDuration()"};
+}
+
+QStringList localOpenSignals()
+{
+    return {"stateChanged(3)", "stateChanged(4)",
+            QStringLiteral("metadataChanged(%1 keys)").arg(localVideoKeys().size()),
+            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
+            "playbackRateChanged(1)"};
+}
+
 } // namespace media
 
-bool linesMatch(const QStringList &actual, const QStringList &expected, QString *why)
+QStringList closeHarness(std::unique_ptr<AdaptorHarness> &harness)
 {
-    const int n = qMax(actual.size(), expected.size());
-    for (int i = 0; i < n; ++i) {
-        const QString got = i < actual.size() ? actual.at(i) : QStringLiteral("<none>");
-        const QString want = i < expected.size() ? expected.at(i) : QStringLiteral("<none>");
-        if (!LogCapture::pattern(want).match(got).hasMatch()) {
-            *why = QStringLiteral("line %1: got \"%2\", expected \"%3\"\nall lines:\n%4")
-                       .arg(i).arg(got, want, actual.join(QLatin1Char('\n')));
-            return false;
-        }
-    }
-    return true;
+    const QStringList violations =
+        harness && harness->checker ? harness->checker->violations() : QStringList();
+    harness.reset();
+    return violations;
 }
 
 bool isMetadataQuery(const QString &call)
@@ -176,10 +165,8 @@ bool isMetadataQuery(const QString &call)
 }
 
 AdaptorHarness::AdaptorHarness()
-    : log(new LogCapture),
-      m_previousSleep(QOrvicPlayerSessionPrivate::pollSleep)
+    : log(new LogCapture)
 {
-    QOrvicPlayerSessionPrivate::pollSleep = noSleep;
     QOrvicPlayerSessionPrivate::stallCounter.storeRelaxed(0);
 }
 
@@ -190,7 +177,6 @@ AdaptorHarness::~AdaptorHarness()
     m_extra.clear();
     session.reset();
     log.reset();
-    QOrvicPlayerSessionPrivate::pollSleep = m_previousSleep;
     QOrvicPlayerSessionPrivate::stallCounter.storeRelaxed(0);
 }
 
@@ -284,6 +270,14 @@ void AdaptorHarness::openAndPlay(const QString &url)
 {
     d->setMedia(url);
     d->play();
+}
+
+void AdaptorHarness::openIn(const QString &url, QOrvicPlayerSession::PlayerState state)
+{
+    d->setMedia(url);
+    d->mCurrentState = state;
+    checker.reset(new StateTransitionChecker(session.get()));
+    clear();
 }
 
 } // namespace orvictest

@@ -3,6 +3,7 @@
 #ifndef ORVICTEST_ADAPTORHARNESS_H
 #define ORVICTEST_ADAPTORHARNESS_H
 
+#include "instantpolls.h"
 #include "logcapture.h"
 #include "scriptedplatform.h"
 #include "sessionrecorder.h"
@@ -36,6 +37,11 @@ void withoutSubtitles(ScriptedMetaData *reader);
 QStringList localVideoKeys();
 QStringList audioOnlyKeys();
 QStringList withoutSubtitlesKeys();
+
+// A successful open of the local video at `url` from a state up to
+// Player_Stop: the engine calls (without the metadata queries) and the signals.
+QStringList localOpenCalls(const QString &url);
+QStringList localOpenSignals();
 } // namespace media
 
 enum class Medium { Plain, LocalVideo, AudioOnly, WithoutSubtitles };
@@ -72,10 +78,14 @@ public:
     QStringList sessionLog() const;
     // Brings the session to Player_Play on `url` through the adaptor.
     void openAndPlay(const QString &url);
+    // Opens `url`, then puts the adaptor into `state` directly (no
+    // announcement), restarts the checker there and clears the records.
+    void openIn(const QString &url, QOrvicPlayerSession::PlayerState state);
 
     ScriptedPropertyService props;
     ScriptedPlatformControl control;
     ScriptedEngine engine;
+    InstantPolls polls;
     std::unique_ptr<LogCapture> log;
     std::unique_ptr<QOrvicPlayerSession> session;
     QOrvicPlayerSessionPrivate *d = nullptr;
@@ -88,17 +98,11 @@ private:
     Medium m_medium = Medium::Plain;
     std::function<void(ScriptedPlayer *)> m_extraPlayerSetup;
     std::vector<std::unique_ptr<QOrvicPlayerSession>> m_extra;
-    void (*m_previousSleep)(unsigned long);
 };
 
-// Compares log lines with expected ones written with "#" for line numbers;
-// on a mismatch `why` tells the first difference.
-bool linesMatch(const QStringList &actual, const QStringList &expected, QString *why);
-#define ORVIC_COMPARE_LOG(actual, expected)                                                  \
-    do {                                                                                   \
-        QString orvicWhy;                                                                  \
-        QVERIFY2(orvictest::linesMatch((actual), (expected), &orvicWhy), qPrintable(orvicWhy)); \
-    } while (false)
+// Destroys the harness (if any) and returns the state transitions its checker
+// refused; for a test's cleanup: QCOMPARE(closeHarness(h), QStringList()).
+QStringList closeHarness(std::unique_ptr<AdaptorHarness> &harness);
 
 // Names of the engine queries made by the metadata collection.
 bool isMetadataQuery(const QString &call);

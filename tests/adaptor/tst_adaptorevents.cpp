@@ -129,9 +129,7 @@ void tst_AdaptorEvents::init()
 
 void tst_AdaptorEvents::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_AdaptorEvents::sinkEvents_data()
@@ -204,7 +202,7 @@ void tst_AdaptorEvents::sinkEvents()
     runOnEngineThread([&] { fire(callBack, event, a, b, rate); });
 
     QCOMPARE(h->signalTexts(), signalsExpected);
-    ORVIC_COMPARE_LOG(h->sessionLog(), lines);
+    ORVIC_COMPARE_LINES(h->sessionLog(), lines);
     // Signals come on the engine's thread.
     for (const RecordedSignal &s : h->recorder->signalsEmitted())
         QVERIFY(s.thread != QThread::currentThread());
@@ -247,7 +245,7 @@ void tst_AdaptorEvents::errorTable()
     QStringList lines = {QStringLiteral("D/OPSession error(#):error:%1 ").arg(no)};
     if (signalsExpected.isEmpty())
         lines << QStringLiteral("E/OPSession navQueueCallBack(#):error no:%1").arg(no);
-    ORVIC_COMPARE_LOG(h->sessionLog(), lines);
+    ORVIC_COMPARE_LINES(h->sessionLog(), lines);
     QCOMPARE(h->session->state(), S::Player_Prepared);
 }
 
@@ -312,7 +310,7 @@ void tst_AdaptorEvents::navQueueCallBack()
         QCOMPARE(h->session->isSeekable(), value.toBool());
     // Nothing is logged here but the announcement of a state.
     if (signalsExpected == QStringList({"stateChanged(5)"}))
-        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession setState(#):emit state 5"}));
+        ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"D/OPSession setState(#):emit state 5"}));
     else
         QCOMPARE(h->sessionLog(), QStringList());
 }

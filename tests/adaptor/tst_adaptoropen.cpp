@@ -19,20 +19,6 @@ QString mapSignal(int keys)
     return QStringLiteral("metadataChanged(%1 keys)").arg(keys);
 }
 
-// Signals of a successful open of the local video from a state up to Player_Stop.
-QStringList localOpenSignals()
-{
-    return {"stateChanged(3)", "stateChanged(4)", mapSignal(media::localVideoKeys().size()),
-            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
-            "playbackRateChanged(1)"};
-}
-
-QStringList localOpenCalls(const QString &url)
-{
-    return {"SPMetaData::setUrl(" + url + ")", "setUrl(" + url + ")", "setSubUrl(" + url + ")",
-            "prepare(0,0)", "getDuration()"};
-}
-
 QStringList networkOpenCalls(const QString &url)
 {
     return {"setUrl(" + url + ")", "setSubUrl(" + url + ")", "prepare(0,0)"};
@@ -81,9 +67,7 @@ void tst_AdaptorOpen::init()
 
 void tst_AdaptorOpen::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_AdaptorOpen::openLocalMedium()
@@ -94,9 +78,9 @@ void tst_AdaptorOpen::openLocalMedium()
 
     h->d->setMedia(kMovie);
 
-    QCOMPARE(h->signalTexts(), localOpenSignals());
-    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    QCOMPARE(h->signalTexts(), media::localOpenSignals());
+    QCOMPARE(h->transportCalls(), media::localOpenCalls(kMovie));
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession setMedia(#) called",
         "D/OPSession setMedia(#):setmedia::/media/movie.mkv ",
         "D/OPSession setMedia(#):mSPMetaData: ",
@@ -190,8 +174,8 @@ void tst_AdaptorOpen::networkPrefixes()
         QVERIFY(!h->log->contains("D/OPSession setMedia(#):mSPMetaData: "));
         QVERIFY(!h->log->contains("D/OPSession setMedia(#):open file emit total time # isvideo 0 is audio 0"));
     } else {
-        QCOMPARE(h->transportCalls(), localOpenCalls(url));
-        QCOMPARE(h->signalTexts(), localOpenSignals());
+        QCOMPARE(h->transportCalls(), media::localOpenCalls(url));
+        QCOMPARE(h->signalTexts(), media::localOpenSignals());
         QCOMPARE(h->log->count("D/OPSession setMedia(#):mSPMetaData: "), 1);
     }
     QCOMPARE(h->session->state(), S::Player_Prepared);
@@ -235,8 +219,8 @@ void tst_AdaptorOpen::reopenBusyEngine()
 
     h->d->setMedia(kMovie);
 
-    QStringList calls = localOpenCalls(kMovie);
-    QStringList signalsExpected = localOpenSignals();
+    QStringList calls = media::localOpenCalls(kMovie);
+    QStringList signalsExpected = media::localOpenSignals();
     if (busy) {
         // The engine is stopped and reset first; Preparing is announced twice.
         calls = QStringList({"stop()", "reset()"}) + calls;
@@ -264,7 +248,7 @@ void tst_AdaptorOpen::setUrlFailure()
     QCOMPARE(h->signalTexts(), QStringList({"error(2,video format not support)"}));
     QCOMPARE(h->session->state(), S::Player_Stop);
     QVERIFY(h->d->mCurrentUrl.isEmpty());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession setMedia(#) called",
         "D/OPSession setMedia(#):setmedia::/media/movie.mkv ",
         "D/OPSession setMedia(#):mSPMetaData: ",
@@ -284,7 +268,7 @@ void tst_AdaptorOpen::subUrlFailureIsIgnored()
 
     QVERIFY(h->log->containsInOrder({"D/OPSession setMedia(#):setSubUrl error",
                                      "D/OPSession setMedia(#):open file /media/movie.mkv return value 0 "}));
-    QCOMPARE(h->signalTexts(), localOpenSignals());
+    QCOMPARE(h->signalTexts(), media::localOpenSignals());
     QCOMPARE(h->session->state(), S::Player_Prepared);
 }
 
@@ -323,7 +307,7 @@ void tst_AdaptorOpen::prepareFailureMetadataOnly()
     QCOMPARE(QStringList(maps.at(0).at(0).toMap().keys()), media::localVideoKeys());
     QCOMPARE(h->session->state(), S::Player_Stop);
     QVERIFY(h->d->mCurrentUrl.isEmpty());
-    ORVIC_COMPARE_LOG(h->sessionLog().mid(5), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog().mid(5), QStringList({
         "D/OPSession setState(#):emit state 3",
         "E/OPSession setMedia(#):open file fail -2",
         "D/OPSession setMedia(#):update metadata",
@@ -366,7 +350,7 @@ void tst_AdaptorOpen::noEngine()
 
     QCOMPARE(h->signalTexts(), QStringList());
     QCOMPARE(h->engine.recorder().calls(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession setMedia(#) called",
         "D/OPSession setMedia(#):setmedia::/media/movie.mkv ",
         "D/OPSession setMedia(#): setMedia failed. mFilePlayer is null. ",
@@ -387,7 +371,7 @@ void tst_AdaptorOpen::stopInProgressBeforeOpening()
     QCOMPARE(h->engine.recorder().calls(), QStringList({"SPMetaData::setUrl(" + kMovie + ")"}));
     QCOMPARE(h->signalTexts(), QStringList());
     QCOMPARE(h->session->state(), S::Player_Initialized);
-    ORVIC_COMPARE_LOG(h->sessionLog().mid(2), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog().mid(2), QStringList({
         "D/OPSession setMedia(#):mSPMetaData: ",
         "D/OPSession setMedia(#):setUrl::0 ",
         "D/OPSession setMedia(#):stop process is doing",
@@ -478,8 +462,8 @@ void tst_AdaptorOpen::openThroughCommandQueue()
 
     h->session->manageActList(S::Msg_SetMedia, kMovie);
 
-    QCOMPARE(h->signalTexts(), localOpenSignals());
-    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie));
+    QCOMPARE(h->signalTexts(), media::localOpenSignals());
+    QCOMPARE(h->transportCalls(), media::localOpenCalls(kMovie));
     QVERIFY(h->log->containsInOrder({"D/OPSession actMessage(#):play session actMessage 0",
                                      "D/OPSession setMedia(#):setmedia::/media/movie.mkv "}));
 }
@@ -499,7 +483,7 @@ void tst_AdaptorOpen::openMetadata()
     QVERIFY(h->engine.recorder().count("getMediaType") > 0);
     QCOMPARE(h->signalTexts(), QStringList({mapSignal(media::localVideoKeys().size())}));
     QCOMPARE(QStringList(maps.at(0).at(0).toMap().keys()), media::localVideoKeys());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession openMetadata(#) called"}));
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession openMetadata(#) called"}));
     QCOMPARE(h->session->state(), S::Player_Prepared);
 }
 
@@ -512,7 +496,7 @@ void tst_AdaptorOpen::openMetadataWithoutMetadataSession()
     h->d->openMetadata(kMovie);
 
     QCOMPARE(h->signalTexts(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession openMetadata(#) called",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession openMetadata(#) called",
                                                     "D/OPSession openMetadata(#):mMetaSession is null"}));
 }
 
@@ -525,7 +509,7 @@ void tst_AdaptorOpen::openVideoThumbnail()
 
     QCOMPARE(h->signalTexts(), QStringList());
     QCOMPARE(h->engine.recorder().calls(), QStringList());
-    ORVIC_COMPARE_LOG(h->log->lines(), QStringList({"V/OPSession openVideoThumbnail(#) called"}));
+    ORVIC_COMPARE_LINES(h->log->lines(), QStringList({"V/OPSession openVideoThumbnail(#) called"}));
 }
 
 void tst_AdaptorOpen::setResumeData()

@@ -13,20 +13,6 @@ using S = QOrvicPlayerSession;
 namespace {
 const QString kMovie = QStringLiteral("/media/movie.mkv");
 const QString kStream = QStringLiteral("http://host/live.ts");
-
-QStringList localOpenCalls(const QString &url)
-{
-    return {"SPMetaData::setUrl(" + url + ")", "setUrl(" + url + ")", "setSubUrl(" + url + ")",
-            "prepare(0,0)", "getDuration()"};
-}
-
-QStringList localOpenSignals()
-{
-    return {"stateChanged(3)", "stateChanged(4)",
-            QStringLiteral("metadataChanged(%1 keys)").arg(media::localVideoKeys().size()),
-            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
-            "playbackRateChanged(1)"};
-}
 } // namespace
 
 class tst_AdaptorTransport : public QObject
@@ -80,8 +66,6 @@ private Q_SLOTS:
     void transportThroughCommandQueue();
 
 private:
-    // Opens the local video and sets the state directly (and restarts the checker there).
-    void openIn(S::PlayerState state);
     std::unique_ptr<AdaptorHarness> h;
 };
 
@@ -93,17 +77,7 @@ void tst_AdaptorTransport::init()
 
 void tst_AdaptorTransport::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
-}
-
-void tst_AdaptorTransport::openIn(S::PlayerState state)
-{
-    h->d->setMedia(kMovie);
-    h->d->mCurrentState = state;
-    h->checker.reset(new StateTransitionChecker(h->session.get()));
-    h->clear();
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_AdaptorTransport::playFromPrepared()
@@ -116,7 +90,7 @@ void tst_AdaptorTransport::playFromPrepared()
 
     QCOMPARE(h->transportCalls(), QStringList({"getSpeed()", "play()", "getDuration()"}));
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)"}));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession play(#) called",
         "D/OPSession play(#):pe play return value 0",
         "D/OPSession setState(#):emit state 5",
@@ -140,7 +114,7 @@ void tst_AdaptorTransport::playAllowedStates()
 {
     QFETCH(int, state);
     h->start();
-    openIn(S::PlayerState(state));
+    h->openIn(kMovie, S::PlayerState(state));
 
     h->d->play();
 
@@ -164,7 +138,7 @@ void tst_AdaptorTransport::playRefused()
     QFETCH(int, state);
     QFETCH(bool, withUrl);
     h->start();
-    openIn(S::PlayerState(state));
+    h->openIn(kMovie, S::PlayerState(state));
     if (!withUrl)
         h->d->mCurrentUrl.clear();
 
@@ -173,7 +147,7 @@ void tst_AdaptorTransport::playRefused()
     // The state is re-announced; the engine is not asked.
     QCOMPARE(h->engine.recorder().calls(), QStringList());
     QCOMPARE(h->signalTexts(), QStringList({QStringLiteral("stateChanged(%1)").arg(state)}));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession play(#) called",
         QStringLiteral("E/OPSession play(#):can't play,state error %1").arg(state),
         QStringLiteral("D/OPSession setState(#):emit state %1").arg(state),
@@ -208,7 +182,7 @@ void tst_AdaptorTransport::playLeavesTrickPlay()
     // Back to speed 1.0 only: the engine keeps playing, its play() is not called.
     QCOMPARE(h->engine.recorder().calls(), QStringList({"getSpeed()", "setSpeed(1)"}));
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)"}));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession play(#) called",
         speedLine,
         "D/OPSession play(#):set temp speed 1.0 0",
@@ -228,8 +202,8 @@ void tst_AdaptorTransport::playReopensStoppedMedium()
 
     h->d->play();
 
-    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie) + QStringList({"getSpeed()", "play()", "getDuration()"}));
-    QCOMPARE(h->signalTexts(), localOpenSignals() + QStringList({"stateChanged(5)"}));
+    QCOMPARE(h->transportCalls(), media::localOpenCalls(kMovie) + QStringList({"getSpeed()", "play()", "getDuration()"}));
+    QCOMPARE(h->signalTexts(), media::localOpenSignals() + QStringList({"stateChanged(5)"}));
     QCOMPARE(h->session->state(), S::Player_Play);
 }
 
@@ -260,7 +234,7 @@ void tst_AdaptorTransport::playFailure()
 
     // The state is re-announced, then Player_Stop is stored silently.
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(4)", "error(1,video format not support)"}));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession play(#) called",
         "D/OPSession play(#):pe play return value -1",
         "E/OPSession play(#):pe play fail -1",
@@ -281,7 +255,7 @@ void tst_AdaptorTransport::playMetadataOnly()
 
     QCOMPARE(h->engine.recorder().calls(), QStringList());
     QCOMPARE(h->signalTexts(), QStringList({"error(1,onlymetadata flag not support play)"}));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession play(#) called",
         "E/OPSession play(#):FLags is only metadata,not support play ",
     }));
@@ -297,14 +271,14 @@ void tst_AdaptorTransport::playWithoutEngine()
     h->d->play();
 
     QCOMPARE(h->signalTexts(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession play(#) called",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession play(#) called",
                                                     "D/OPSession play(#):mFilePlayer is null"}));
 }
 
 void tst_AdaptorTransport::playGivesWayToStop()
 {
     h->start();
-    openIn(S::Player_Prepared);
+    h->openIn(kMovie, S::Player_Prepared);
     h->d->mIsStopping.storeRelease(true);
 
     h->d->play();
@@ -312,14 +286,14 @@ void tst_AdaptorTransport::playGivesWayToStop()
 
     QCOMPARE(h->engine.recorder().calls(), QStringList());
     QCOMPARE(h->signalTexts(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession play(#) called",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession play(#) called",
                                                     "D/OPSession play(#):stop process is doing"}));
 }
 
 void tst_AdaptorTransport::playStoppedDuringEnginePlay()
 {
     h->start();
-    openIn(S::Player_Prepared);
+    h->openIn(kMovie, S::Player_Prepared);
     ScriptedPlayer *player = h->player();
     player->script().setDefault("getState", int(playback::SPPlayer::STATE_PLAYING));
     QOrvicPlayerSessionPrivate *d = h->d;
@@ -377,7 +351,7 @@ void tst_AdaptorTransport::pauseSpeedTolerance()
     if (pauses) {
         QCOMPARE(h->engine.recorder().calls(), QStringList({"getSpeed()", "pause()", "getPosition()"}));
         QCOMPARE(h->signalTexts(), QStringList({"stateChanged(10)", "positionChanged(4200)"}));
-        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
             "V/OPSession pause(#) called",
             speedLine,
             "D/OPSession pause(#):pe play return value 0",
@@ -389,7 +363,7 @@ void tst_AdaptorTransport::pauseSpeedTolerance()
         // Trick play: nothing is done and nothing reported.
         QCOMPARE(h->engine.recorder().calls(), QStringList({"getSpeed()"}));
         QCOMPARE(h->signalTexts(), QStringList());
-        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession pause(#) called", speedLine}));
+        ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession pause(#) called", speedLine}));
         QCOMPARE(h->session->state(), S::Player_Play);
     }
 }
@@ -405,7 +379,7 @@ void tst_AdaptorTransport::pauseFailure()
     h->d->pause();
 
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)", "positionChanged(4200)"}));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "V/OPSession pause(#) called",
         "D/OPSession pause(#):the playbackrate: 1.000000",
         "D/OPSession pause(#):pe play return value -7",
@@ -425,7 +399,7 @@ void tst_AdaptorTransport::pauseWithoutEngine()
     h->d->pause();
 
     QCOMPARE(h->signalTexts(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession pause(#) called",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession pause(#) called",
                                                     "D/OPSession pause(#):mFilePlayer is null"}));
 }
 
@@ -462,7 +436,7 @@ void tst_AdaptorTransport::stop()
     lines << "D/OPSession setState(#):emit state 2";
     QCOMPARE(h->engine.recorder().calls(), calls);
     QCOMPARE(h->signalTexts(), signalsExpected);
-    ORVIC_COMPARE_LOG(h->sessionLog(), lines);
+    ORVIC_COMPARE_LINES(h->sessionLog(), lines);
     QCOMPARE(h->session->state(), S::Player_Stop);
     QVERIFY(h->d->mWatchdogUrl.isEmpty());
     // The medium stays known, so play() can open it again.
@@ -480,7 +454,7 @@ void tst_AdaptorTransport::stopWithoutEngine()
     // Stuck in the transitional state announced at the start.
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(3)"}));
     QCOMPARE(h->session->state(), S::Player_Preparing);
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession stop(#) called",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession stop(#) called",
                                                     "D/OPSession setState(#):emit state 3",
                                                     "D/OPSession stop(#):mFilePlayer is null"}));
 }
@@ -506,7 +480,7 @@ void tst_AdaptorTransport::seek()
 
     QCOMPARE(h->engine.recorder().calls(), QStringList({"seekTo(5000)"}));
     QCOMPARE(h->signalTexts(), signalsExpected);
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession seek(#) called",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession seek(#) called",
                                                     QStringLiteral("D/OPSession seek(#):seek return value %1").arg(result)}));
     QCOMPARE(h->session->state(), S::Player_Play);
 }
@@ -520,7 +494,7 @@ void tst_AdaptorTransport::seekWithoutEngine()
     h->d->seek(5000);
 
     QCOMPARE(h->signalTexts(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"V/OPSession seek(#) called",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"V/OPSession seek(#) called",
                                                     "D/OPSession seek(#):mFilePlayer is null"}));
 }
 
@@ -575,7 +549,7 @@ void tst_AdaptorTransport::setPlaybackRate()
         QCOMPARE(h->engine.recorder().calls(), QStringList({engineCall}));
         QCOMPARE(h->signalTexts(), QStringList({QStringLiteral("stateChanged(%1)").arg(newState),
                                                 "playbackRateChanged(" + QVariant(float(rate)).toString() + ")"}));
-        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
             rateLine, branch, "D/OPSession setPlaybackRate(#):return value 0.000000",
             QStringLiteral("D/OPSession setState(#):emit state %1").arg(newState),
         }));
@@ -589,7 +563,7 @@ void tst_AdaptorTransport::setPlaybackRate()
         QCOMPARE(h->engine.recorder().calls(), QStringList());
         QCOMPARE(h->signalTexts(),
                  QStringList({"mediaMessageChanged(2," + QVariant(float(rate)).toString() + ")"}));
-        ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+        ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
             rateLine, branch, "D/OPSession setPlaybackRate(#):return value -3.000000",
             "E/OPSession setPlaybackRate(#):unsupport rate " + rateText + " factor " + factorText,
         }));
@@ -609,7 +583,7 @@ void tst_AdaptorTransport::setPlaybackRateEngineRefuses()
 
     QCOMPARE(h->engine.recorder().calls(), QStringList({"setSpeed(2)"}));
     QCOMPARE(h->signalTexts(), QStringList({"mediaMessageChanged(2,2)"}));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({
         "D/OPSession setPlaybackRate(#):rate:2.000000",
         "D/OPSession setPlaybackRate(#):fastforward 2.000000",
         "D/OPSession setPlaybackRate(#):return value -1.000000",
@@ -659,7 +633,7 @@ void tst_AdaptorTransport::setPlaybackRateWithoutEngine()
     h->d->setPlaybackRate(2.0);
 
     QCOMPARE(h->signalTexts(), QStringList());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession setPlaybackRate(#):rate:2.000000",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"D/OPSession setPlaybackRate(#):rate:2.000000",
                                                     "D/OPSession setPlaybackRate(#):mFilePlayer is null"}));
 }
 
@@ -680,7 +654,7 @@ void tst_AdaptorTransport::readers()
     QFETCH(bool, running);
     QFETCH(bool, trickPlay);
     h->start();
-    openIn(S::PlayerState(state));
+    h->openIn(kMovie, S::PlayerState(state));
     Script &script = h->player()->script();
     script.setDefault("getPosition", 4200);
     script.setDefault("getDuration", 90000);
@@ -698,7 +672,7 @@ void tst_AdaptorTransport::readers()
     if (trickPlay)
         calls << "getSpeed()";
     QCOMPARE(h->engine.recorder().calls(), calls);
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({trickPlay ? "D/OPSession playbackRate(#):playbackRate 2.500000"
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({trickPlay ? "D/OPSession playbackRate(#):playbackRate 2.500000"
                                                               : "D/OPSession playbackRate(#):playbackRate 1.000000"}));
     QCOMPARE(h->signalTexts(), QStringList());
 }
@@ -713,7 +687,7 @@ void tst_AdaptorTransport::readersWithoutEngine()
     QCOMPARE(h->session->position(), qint64(0));
     QCOMPARE(h->session->duration(), qint64(0));
     QCOMPARE(h->session->playbackRate(), 1.0f);
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession position(#):mFilePlayer is null",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"D/OPSession position(#):mFilePlayer is null",
                                                     "D/OPSession duration(#):mFilePlayer is null",
                                                     "D/OPSession playbackRate(#):mFilePlayer is null"}));
 }
@@ -728,7 +702,7 @@ void tst_AdaptorTransport::resumePlay()
 
     QCOMPARE(h->engine.recorder().calls(), QStringList());
     QCOMPARE(h->signalTexts(), QStringList());
-    ORVIC_COMPARE_LOG(h->log->lines(), QStringList({"V/OPSession resumePlay(#) called"}));
+    ORVIC_COMPARE_LINES(h->log->lines(), QStringList({"V/OPSession resumePlay(#) called"}));
 }
 
 void tst_AdaptorTransport::transportThroughCommandQueue()
@@ -744,10 +718,10 @@ void tst_AdaptorTransport::transportThroughCommandQueue()
     session->manageActList(S::Msg_PlayBackRate, QVariant(1.0));
     session->manageActList(S::Msg_Pause, QVariant());
 
-    QCOMPARE(h->transportCalls(), localOpenCalls(kMovie) + QStringList({
+    QCOMPARE(h->transportCalls(), media::localOpenCalls(kMovie) + QStringList({
         "getSpeed()", "play()", "getDuration()", "seekTo(5000)", "setSpeed(2)", "setSpeed(1)",
         "getSpeed()", "pause()", "getPosition()"}));
-    QCOMPARE(h->signalTexts(), localOpenSignals() + QStringList({
+    QCOMPARE(h->signalTexts(), media::localOpenSignals() + QStringList({
         "stateChanged(5)", "stateChanged(6)", "playbackRateChanged(2)", "stateChanged(5)",
         "playbackRateChanged(1)", "stateChanged(10)", "positionChanged(5000)"}));
     QCOMPARE(session->state(), S::Player_Pause);

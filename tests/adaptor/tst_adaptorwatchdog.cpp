@@ -12,20 +12,6 @@ using Counter = QOrvicPlayerSessionPrivate;
 namespace {
 const QString kMovie = QStringLiteral("/media/movie.mkv");
 
-QStringList localOpenCalls(const QString &url)
-{
-    return {"SPMetaData::setUrl(" + url + ")", "setUrl(" + url + ")", "setSubUrl(" + url + ")",
-            "prepare(0,0)", "getDuration()"};
-}
-
-QStringList localOpenSignals()
-{
-    return {"stateChanged(3)", "stateChanged(4)",
-            QStringLiteral("metadataChanged(%1 keys)").arg(media::localVideoKeys().size()),
-            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
-            "playbackRateChanged(1)"};
-}
-
 // Engine calls of a service restart: release of a live engine, then a new one.
 const QStringList kReleaseCalls = {"SPMetaData::destroy", "stop()", "SPPlayer::destroy"};
 const QStringList kCreateCalls = {"SPPlayer::create(Qspmediaplayer)", "getVolume()",
@@ -63,7 +49,6 @@ private Q_SLOTS:
     void propertyReadFailure();
 
 private:
-    void openIn(S::PlayerState state);
     // The service goes down behind the session's back.
     void serviceDies() { h->props.set("ctl.stop", "psserver"); }
     int restarts() const;
@@ -79,17 +64,7 @@ void tst_AdaptorWatchdog::init()
 
 void tst_AdaptorWatchdog::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
-}
-
-void tst_AdaptorWatchdog::openIn(S::PlayerState state)
-{
-    h->d->setMedia(kMovie);
-    h->d->mCurrentState = state;
-    h->checker.reset(new StateTransitionChecker(h->session.get()));
-    h->clear();
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 int tst_AdaptorWatchdog::restarts() const
@@ -109,7 +84,7 @@ void tst_AdaptorWatchdog::notPlaying()
 {
     QFETCH(int, state);
     h->start();
-    openIn(S::PlayerState(state));
+    h->openIn(kMovie, S::PlayerState(state));
 
     for (int i = 0; i < 25; ++i)
         h->session->timeUpdate(5000);
@@ -194,7 +169,7 @@ void tst_AdaptorWatchdog::stuckServiceRecovery()
     h->session->timeUpdate(5000);
 
     // The stuck engine is not called at all: no stop, no destroy.
-    QCOMPARE(h->transportCalls(), kCreateCalls + localOpenCalls(kMovie)
+    QCOMPARE(h->transportCalls(), kCreateCalls + media::localOpenCalls(kMovie)
                                       + QStringList({"getSpeed()", "play()", "getDuration()", "seekTo(5000)"}));
     QCOMPARE(h->engine.createdPlayers(), 2);
     QCOMPARE(h->engine.destroyedPlayers(), 0);
@@ -202,8 +177,8 @@ void tst_AdaptorWatchdog::stuckServiceRecovery()
     QVERIFY(h->player() != stuck);
     QCOMPARE(h->props.sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.stop", "psserver"}, {"ctl.start", "psserver"}}));
 
-    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + localOpenSignals() + QStringList({"stateChanged(5)"}));
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + media::localOpenSignals() + QStringList({"stateChanged(5)"}));
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is blocking,restart it!!! "),
         line("orignal state:5 pos:5000 "),
         line("setMedia:/media/movie.mkv "),
@@ -225,11 +200,11 @@ void tst_AdaptorWatchdog::stoppedServiceWhilePlaying()
     h->session->timeUpdate(8000);
 
     // A stopped (not stuck) service: the engine is released normally.
-    QCOMPARE(h->transportCalls(), kReleaseCalls + kCreateCalls + localOpenCalls(kMovie)
+    QCOMPARE(h->transportCalls(), kReleaseCalls + kCreateCalls + media::localOpenCalls(kMovie)
                                       + QStringList({"getSpeed()", "play()", "getDuration()", "seekTo(8000)"}));
     QCOMPARE(h->engine.destroyedPlayers(), 1);
-    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + localOpenSignals() + QStringList({"stateChanged(5)"}));
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + media::localOpenSignals() + QStringList({"stateChanged(5)"}));
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is stopped,restart it!!! "),
         line("orignal state:5 pos:8000 "),
         line("setMedia:/media/movie.mkv "),
@@ -252,7 +227,7 @@ void tst_AdaptorWatchdog::stoppedServiceStalledOnTheTenthUpdate()
 
     h->session->timeUpdate(5000);
 
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is stopped,restart it!!! "),
         line("psserver is blocking,restart it!!! "),
         line("orignal state:5 pos:5000 "),
@@ -297,7 +272,7 @@ void tst_AdaptorWatchdog::stoppedServiceByState()
     QFETCH(int, finalState);
     h->start();
     if (opened)
-        openIn(S::PlayerState(state));
+        h->openIn(kMovie, S::PlayerState(state));
     h->d->mSavedPosition = 3000;
     serviceDies();
     h->clear();
@@ -311,8 +286,8 @@ void tst_AdaptorWatchdog::stoppedServiceByState()
     if (!opened)
         lines << line("already block once: ");   // no URL is the same URL as no watchdog URL
     if (reopens) {
-        calls += localOpenCalls(kMovie);
-        signalsExpected += localOpenSignals();
+        calls += media::localOpenCalls(kMovie);
+        signalsExpected += media::localOpenSignals();
         lines << line("setMedia:/media/movie.mkv ");
     }
     if (plays) {
@@ -327,7 +302,7 @@ void tst_AdaptorWatchdog::stoppedServiceByState()
     }
     QCOMPARE(h->transportCalls(), calls);
     QCOMPARE(h->signalTexts(), signalsExpected);
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), lines);
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), lines);
     QCOMPARE(int(h->session->state()), finalState);
     QCOMPARE(h->d->mWatchdogUrl, reopens ? kMovie : QString());
     QCOMPARE(restarts(), 1);
@@ -353,12 +328,12 @@ void tst_AdaptorWatchdog::pausedSessionRestoredPaused()
     h->clear();
     h->session->timeUpdate(7000);
 
-    QCOMPARE(h->transportCalls(), kReleaseCalls + kCreateCalls + localOpenCalls(kMovie)
+    QCOMPARE(h->transportCalls(), kReleaseCalls + kCreateCalls + media::localOpenCalls(kMovie)
                                       + QStringList({"getSpeed()", "play()", "getDuration()", "seekTo(7000)",
                                                      "getSpeed()", "pause()", "getPosition()"}));
-    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + localOpenSignals()
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + media::localOpenSignals()
                                    + QStringList({"stateChanged(5)", "stateChanged(10)", "positionChanged(0)"}));
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is stopped,restart it!!! "),
         line("orignal state:10 pos:7000 "),
         line("setMedia:/media/movie.mkv "),
@@ -384,7 +359,7 @@ void tst_AdaptorWatchdog::secondFailureSameUrl()
 
     QCOMPARE(h->transportCalls(), kReleaseCalls + kCreateCalls);
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}));
-    ORVIC_COMPARE_LOG(h->log->matching("checkServer\\("), QStringList({
+    ORVIC_COMPARE_LINES(h->log->matching("checkServer\\("), QStringList({
         line("psserver is stopped,restart it!!! "),
         line("orignal state:5 pos:2000 "),
         line("already block once:/media/movie.mkv "),
@@ -483,11 +458,11 @@ void tst_AdaptorWatchdog::trickPlayRecoveryResumesAtNormalSpeed()
     h->session->timeUpdate(5000);
 
     // The new engine plays at its normal speed; the trick speed is not restored.
-    QCOMPARE(h->transportCalls(), kCreateCalls + localOpenCalls(kMovie)
+    QCOMPARE(h->transportCalls(), kCreateCalls + media::localOpenCalls(kMovie)
                                       + QStringList({"getSpeed()", "play()", "getDuration()", "seekTo(5000)"}));
     QCOMPARE(h->engine.recorder().count("setSpeed"), 0);
     QVERIFY(h->log->contains(line("orignal state:6 pos:5000 ")));
-    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + localOpenSignals() + QStringList({"stateChanged(5)"}));
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(1)"}) + media::localOpenSignals() + QStringList({"stateChanged(5)"}));
     QCOMPARE(h->session->state(), S::Player_Play);
     QCOMPARE(h->session->playbackRate(), 1.0f);
     QCOMPARE(h->d->mPlaybackRate, 1.0f);
@@ -504,7 +479,7 @@ void tst_AdaptorWatchdog::propertyReadFailure()
     h->session->timeUpdate(1000);
 
     // An unreadable status counts as a running service.
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession checkServer(#):property_get error "}));
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"D/OPSession checkServer(#):property_get error "}));
     QCOMPARE(restarts(), 0);
     QCOMPARE(h->signalTexts(), QStringList());
 }

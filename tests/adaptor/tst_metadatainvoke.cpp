@@ -71,9 +71,7 @@ void tst_MetadataInvoke::init()
 
 void tst_MetadataInvoke::cleanup()
 {
-    const QStringList violations = h && h->checker ? h->checker->violations() : QStringList();
-    h.reset();
-    QCOMPARE(violations, QStringList());
+    QCOMPARE(closeHarness(h), QStringList());
 }
 
 void tst_MetadataInvoke::recordsRegisteredOnFirstUse()
@@ -118,7 +116,7 @@ void tst_MetadataInvoke::unknownId()
     const QVariant answer = h->session->metadataInvoke(invokeId(id), QVariant(0));
 
     QVERIFY(isIntZero(answer));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({QStringLiteral("D/OPSession metadataInvoke(#):metadatainvoke id %1").arg(id)}));
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({QStringLiteral("D/OPSession metadataInvoke(#):metadatainvoke id %1").arg(id)}));
     QCOMPARE(h->engine.recorder().calls(), QStringList());
 }
 
@@ -140,7 +138,7 @@ void tst_MetadataInvoke::indexNotConvertible()
     const QVariant answer = h->session->metadataInvoke(invokeId(id), param);
 
     QVERIFY(isIntZero(answer));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({QStringLiteral("D/OPSession metadataInvoke(#):metadatainvoke id %1").arg(id)}));
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({QStringLiteral("D/OPSession metadataInvoke(#):metadatainvoke id %1").arg(id)}));
     QCOMPARE(h->engine.recorder().calls(), QStringList());
 }
 
@@ -171,7 +169,7 @@ void tst_MetadataInvoke::audioStream()
     QCOMPARE(info.codec, codec);
     QCOMPARE(info.language, language);
     QCOMPARE(h->engine.recorder().calls(), QStringList({QStringLiteral("getAudioAttribute(0,%1)").arg(stream)}));
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession metadataInvoke(#):metadatainvoke id 0",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"D/OPSession metadataInvoke(#):metadatainvoke id 0",
                                                     "V/OPSession getAudioAttribute(#) called"}));
 }
 
@@ -187,7 +185,7 @@ void tst_MetadataInvoke::audioStreamEngineFails()
     QVERIFY(info.codec.isEmpty());
     QVERIFY(info.language.isEmpty());
     QCOMPARE(info.index, 0);
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession metadataInvoke(#):metadatainvoke id 0",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"D/OPSession metadataInvoke(#):metadatainvoke id 0",
                                                     "V/OPSession getAudioAttribute(#) called",
                                                     "E/OPSession getAudioAttribute(#):error"}));
 }
@@ -238,7 +236,7 @@ void tst_MetadataInvoke::subtitleStream()
                          "D/OPSession getSubtitleAttribute(#):language:" + QString::fromUtf8(language.toLatin1())};
     if (status != 0)
         lines << "E/OPSession getSubtitleAttribute(#):error";
-    ORVIC_COMPARE_LOG(h->sessionLog(), lines);
+    ORVIC_COMPARE_LINES(h->sessionLog(), lines);
 }
 
 void tst_MetadataInvoke::subtitleStreamWithoutPlayer()
@@ -251,7 +249,7 @@ void tst_MetadataInvoke::subtitleStreamWithoutPlayer()
     // A record with an empty language, not the int 0 of an unanswerable question.
     QCOMPARE(answer.userType(), qMetaTypeId<QMediaPlayer::SubtitleInfo>());
     QVERIFY(answer.value<QMediaPlayer::SubtitleInfo>().language.isEmpty());
-    ORVIC_COMPARE_LOG(h->sessionLog(), QStringList({"D/OPSession metadataInvoke(#):metadatainvoke id 1",
+    ORVIC_COMPARE_LINES(h->sessionLog(), QStringList({"D/OPSession metadataInvoke(#):metadatainvoke id 1",
                                                     "V/OPSession getSubtitleAttribute(#) called",
                                                     "D/OPSession getSubtitleAttribute(#):mFilePlayer is null"}));
 }

@@ -39,7 +39,7 @@ void tst_Id3Picture::noPicture()
     const QImage image = rig.session.updateID3Pic();
     QVERIFY(image.isNull());
     QCOMPARE(rig.recorder.calls(), QStringList{QStringLiteral("getPicture(0,512)")});
-    ORVIC_COMPARE_LOG(log, QStringList{
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{
         QStringLiteral("D/OPMetaSession updateID3Pic(#):updateID3Pic error, return null image.")});
 }
 
@@ -108,7 +108,7 @@ void tst_Id3Picture::unusablePicture()
     rig.reader.setPicture(picture(withData ? pixels : nullptr, width, height));
     LogCapture log;
     QVERIFY(rig.session.updateID3Pic().isNull());
-    ORVIC_COMPARE_LOG(log, QStringList{
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{
         QStringLiteral("D/OPMetaSession updateID3Pic(#):updateID3Pic error, return null image.")});
 }
 

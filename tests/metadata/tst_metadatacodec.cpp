@@ -230,7 +230,7 @@ void tst_MetaDataCodec::detectFeedsFiveCopies()
                                        QStringLiteral("delete")}));
     QCOMPARE(spy.handedData(), QList<QByteArray>{handed});
     QCOMPARE(spy.liveDetectors(), 0);
-    ORVIC_COMPARE_LOG(log, (QStringList{QStringLiteral("D/OPMetaSession detect(#):the result of ucharset is:UHC"),
+    ORVIC_COMPARE_LINES(log.lines(), (QStringList{QStringLiteral("D/OPMetaSession detect(#):the result of ucharset is:UHC"),
                                         QStringLiteral("D/OPMetaSession detect(#):use the codec after mapping is:")}));
     QCOMPARE(platform.getInstanceCount(), 0);
 }
@@ -258,7 +258,7 @@ void tst_MetaDataCodec::detectWithoutAnswer()
     MetaRig rig;
     LogCapture log;
     QCOMPARE(rig.session.detect("ab", 2), QStringLiteral("KOI8-R"));
-    ORVIC_COMPARE_LOG(log, (QStringList{QStringLiteral("D/OPMetaSession detect(#):the result of ucharset is:unknown"),
+    ORVIC_COMPARE_LINES(log.lines(), (QStringList{QStringLiteral("D/OPMetaSession detect(#):the result of ucharset is:unknown"),
                                         QStringLiteral("D/OPMetaSession detect(#):use the codec after mapping is:")}));
     QCOMPARE(spy.liveDetectors(), 0);
     QCOMPARE(platform.getInstanceCount(), 1);
@@ -279,7 +279,7 @@ void tst_MetaDataCodec::detectHandleError()
     QCOMPARE(spy.calls(), (QStringList{QStringLiteral("new"), QStringLiteral("handle_data(10)"),
                                        QStringLiteral("delete")}));
     QCOMPARE(spy.liveDetectors(), 0);
-    ORVIC_COMPARE_LOG(log, QStringList{QStringLiteral("D/OPMetaSession detect(#):Handle data error")});
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{QStringLiteral("D/OPMetaSession detect(#):Handle data error")});
     QCOMPARE(platform.getInstanceCount(), 0);
 }
 
@@ -292,7 +292,7 @@ void tst_MetaDataCodec::detectWithoutDetector()
     LogCapture log;
     QVERIFY(rig.session.detect("ab", 2).isNull());
     QCOMPARE(spy.calls(), QStringList{QStringLiteral("new")});
-    ORVIC_COMPARE_LOG(log, QStringList{QStringLiteral("D/OPMetaSession detect(#):Handle data error")});
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{QStringLiteral("D/OPMetaSession detect(#):Handle data error")});
 }
 
 void tst_MetaDataCodec::detectWithoutInput_data()
@@ -334,7 +334,7 @@ void tst_MetaDataCodec::detectOversizedLength()
     // Treated as a failed allocation: nothing of the (short) text is read.
     QVERIFY(rig.session.detect("abc", length).isNull());
     QCOMPARE(spy.calls(), QStringList());
-    ORVIC_COMPARE_LOG(log, QStringList{QStringLiteral("D/OPMetaSession detect(#):data is null")});
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{QStringLiteral("D/OPMetaSession detect(#):data is null")});
 }
 
 void tst_MetaDataCodec::detectWithLibuchardet()
@@ -482,7 +482,7 @@ void tst_MetaDataCodec::fromCharWithoutSingleton()
     MetaRig rig;
     LogCapture log;
     QVERIFY(rig.session.fromCharToQstring("abc").isNull());
-    ORVIC_COMPARE_LOG(log, QStringList{QStringLiteral(
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{QStringLiteral(
         "E/OPMetaSession fromCharToQstring(#):fromCharToQstring SPPlatformControl::GetInstance() NULL")});
     QCOMPARE(platform.getInstanceCount(), 1);
     QCOMPARE(platform.releaseCount(), 0);
@@ -517,7 +517,7 @@ void tst_MetaDataCodec::fromCharWithoutSystemCodec()
     MetaRig rig;
     LogCapture log;
     QCOMPARE(rig.session.fromCharToQstring("caf\xe9 \xd6\xd0"), QString::fromUtf8("café ÖÐ"));
-    ORVIC_COMPARE_LOG(log, logLines);
+    ORVIC_COMPARE_LINES(log.lines(), logLines);
     QCOMPARE(spy.calls(), QStringList());
     QCOMPARE(platform.getInstanceCount(), 1);
     VERIFY_PAIRED(platform);
@@ -691,7 +691,7 @@ void tst_MetaDataCodec::subtitleUndeclared()
     const QByteArray bytes = encode("GB18030", QString::fromUtf8("字幕一行"));
     QCOMPARE(rig.session.SubCharToQstring(bytes.constData(), QOrvicMetaDataSession::SubtStrType_e(type)),
              encodedAs(codec.toLatin1().constData(), bytes));
-    ORVIC_COMPARE_LOG(log, QStringList{QStringLiteral(
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{QStringLiteral(
         "D/OPMetaSession SubCharToQstring(#):not match string type,using defalut language\n")});
     // No detection on this path.
     QCOMPARE(spy.calls(), QStringList());

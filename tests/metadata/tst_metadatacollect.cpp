@@ -193,7 +193,7 @@ void tst_MetaDataCollect::fullRefreshWithPlayer()
         QStringLiteral("SPMetaData::getDuration()")};
     QCOMPARE(rig.recorder.calls(), expectedCalls);
 
-    ORVIC_COMPARE_LOG(log, (QStringList{
+    ORVIC_COMPARE_LINES(log.lines(), (QStringList{
         QStringLiteral("V/OPMetaSession updateAVMetadata(#) called"),
         QStringLiteral("D/OPMetaSession updateAudioMetadata(#):program num 1"),
         QStringLiteral("D/OPMetaSession updateAudioMetadata(#):audio stream num 2, channel 2, sampling rate 48000, "
@@ -276,7 +276,7 @@ void tst_MetaDataCollect::fullRefreshWithoutPlayer()
                                  QStringLiteral("SPMetaData::getDuration()")};
     QCOMPARE(rig.recorder.calls(), expectedCalls);
 
-    ORVIC_COMPARE_LOG(log, (QStringList{
+    ORVIC_COMPARE_LINES(log.lines(), (QStringList{
         QStringLiteral("V/OPMetaSession updateAVMetadata(#) called"),
         QStringLiteral("D/OPMetaSession updateAudioMetadata(#):program num 1"),
         QStringLiteral("D/OPMetaSession updateAudioMetadata(#):use mSPMetaData to get audioTrackNum\n"),
@@ -362,7 +362,7 @@ void tst_MetaDataCollect::audioCount()
                                   "sampling rate 96000, bit rate 320000, bit depth 24, language fra, codec flac")
                        .arg(expectedCount)
                 << QStringLiteral("D/OPMetaSession updateAudioMetadata(#):id3 string max length is 256");
-    ORVIC_COMPARE_LOG(log, expectedLog);
+    ORVIC_COMPARE_LINES(log.lines(), expectedLog);
 
     QVERIFY(owner.meta.audioAttribute);
     QCOMPARE(owner.meta.audioAttribute->audioStreamNum, expectedCount);
@@ -664,7 +664,7 @@ void tst_MetaDataCollect::videoOnlyForVideoMedia()
     if (block)
         QCOMPARE(block->width, 640);
     QCOMPARE(rig.recorder.calls(), QStringList());
-    ORVIC_COMPARE_LOG(log, QStringList{
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{
         QStringLiteral("D/OPMetaSession updateVideoMetadata(#):updateVideoMetadata %1").arg(mediaType)});
 }
 
@@ -713,7 +713,7 @@ void tst_MetaDataCollect::videoReleased()
     rig.session.updateVideoMetadata(owner.meta, 2, 7);
     QVERIFY(!owner.meta.videoAttribute);
     QCOMPARE(rig.recorder.calls(), calls);
-    ORVIC_COMPARE_LOG(log, QStringList{QStringLiteral("D/OPMetaSession updateVideoMetadata(#):updateVideoMetadata 2")});
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{QStringLiteral("D/OPMetaSession updateVideoMetadata(#):updateVideoMetadata 2")});
 }
 
 void tst_MetaDataCollect::videoBlockReused()
@@ -742,7 +742,7 @@ void tst_MetaDataCollect::videoBlockReused()
     QCOMPARE(rig.recorder.calls(), (QStringList{QStringLiteral("getProgramNum()"),
                                                 QStringLiteral("getVideoStreamNum(0)"),
                                                 QStringLiteral("getVideoAttribute(0,1)")}));
-    ORVIC_COMPARE_LOG(log, (QStringList{QStringLiteral("D/OPMetaSession updateVideoMetadata(#):updateVideoMetadata 2"),
+    ORVIC_COMPARE_LINES(log.lines(), (QStringList{QStringLiteral("D/OPMetaSession updateVideoMetadata(#):updateVideoMetadata 2"),
                                         QStringLiteral("D/OPMetaSession updateVideoMetadata(#):width*height 1280 * 720\n"),
                                         QStringLiteral("D/OPMetaSession updateVideoMetadata(#):codec")}));
 }
@@ -869,7 +869,7 @@ void tst_MetaDataCollect::subtitle()
         const int onoff = withPlayer ? onoffStatus : 0;
         expectedLog << QStringLiteral("get subtitle ison %1 %2 %3").arg(onoff).arg(stream).arg(subtitleNum);
     }
-    ORVIC_COMPARE_LOG(log, expectedLog);
+    ORVIC_COMPARE_LINES(log.lines(), expectedLog);
 
     if (!kept) {
         QVERIFY(!owner.meta.subtitleAttribute);
@@ -931,7 +931,7 @@ void tst_MetaDataCollect::trickPlayWithoutPlayer()
     QCOMPARE(owner.meta.trickPlay, true);
     QCOMPARE(rig.recorder.calls(), QStringList());
     // The message names the subtitle function; that is the line the device has always written.
-    ORVIC_COMPARE_LOG(log, QStringList{
+    ORVIC_COMPARE_LINES(log.lines(), QStringList{
         QStringLiteral("D/OPMetaSession updateTrickPlayFlag(#):updateSubtitleMetadata mFilePlayer is NULL!\n")});
 }
 

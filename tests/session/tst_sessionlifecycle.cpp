@@ -1,16 +1,18 @@
 // Playback service and engine lifecycle of the adaptor (init, release, reset,
 // destructor) and what a newly constructed session reports.
+#include "enginerecords.h"
+#include "instantpolls.h"
 #include "logcapture.h"
 #include "qorvicmetadatasession.h"
 #include "scriptedplatform.h"
 #include "sessionaccess.h"
 #include "sessionrecorder.h"
+#include "statetransitionchecker.h"
 
 #include <QtCore/QPointer>
 #include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
 
-#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -23,13 +25,6 @@ Q_DECLARE_METATYPE(QList<ScriptedPropertyService::Answer>)
 namespace {
 
 const QByteArray kStatusKey("init.svc.psserver");
-
-// Stands in for the 5 ms pause between two polls: records, returns at once.
-QList<unsigned long> g_sleeps;
-void recordSleep(unsigned long ms)
-{
-    g_sleeps.append(ms);
-}
 
 const char kInit[] = "void QOrvicPlayerSessionPrivate::init()";
 const char kReset[] = "void QOrvicPlayerSessionPrivate::reset()";
@@ -91,7 +86,8 @@ private:
     std::unique_ptr<ScriptedEngine> m_engine;
     std::unique_ptr<ScriptedPropertyService> m_properties;
     std::unique_ptr<LogCapture> m_log;
-    void (*m_previousSleep)(unsigned long) = nullptr;
+    // The 5 ms pauses between two polls, recorded instead of waited for.
+    std::unique_ptr<InstantPolls> m_polls;
 };
 
 void tst_SessionLifecycle::init()
@@ -99,14 +95,12 @@ void tst_SessionLifecycle::init()
     m_engine.reset(new ScriptedEngine);
     m_properties.reset(new ScriptedPropertyService);
     m_log.reset(new LogCapture);
-    g_sleeps.clear();
-    m_previousSleep = QOrvicPlayerSessionPrivate::pollSleep;
-    QOrvicPlayerSessionPrivate::pollSleep = recordSleep;
+    m_polls.reset(new InstantPolls);
 }
 
 void tst_SessionLifecycle::cleanup()
 {
-    QOrvicPlayerSessionPrivate::pollSleep = m_previousSleep;
+    m_polls.reset();
     for (const LogEntry &e : m_log->entries())
         QVERIFY2(e.type == QtDebugMsg, qPrintable(e.text));
     m_log.reset();
@@ -123,7 +117,7 @@ void tst_SessionLifecycle::newSession()
         p->script().setDefault("getSpeed", 2.0);  // not asked outside trick play
     });
     Session session(QMediaPlayer::Flags{});
-    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
 
     QCOMPARE(m_engine->recorder().calls(), kEngineUp);
     QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.start", "psserver"}}));
@@ -208,7 +202,7 @@ void tst_SessionLifecycle::engineName()
     QCOMPARE(m_engine->lastPlayer()->name(), name);
     QCOMPARE(m_engine->lastMetaData()->name(), QStringLiteral("SpMetadata"));
     QCOMPARE(m_engine->lastMetaData()->config(), QStringLiteral("default"));
-    QCOMPARE(int(sessionPrivate(&session)->mFlags), flags);
+    QCOMPARE(int(QOrvicPlayerSessionPrivate::get(&session)->mFlags), flags);
 }
 
 // "init.svc.psserver" answers "" three times, then "running": three warnings,
@@ -229,7 +223,7 @@ void tst_SessionLifecycle::initPollsUntilRunning()
                                runningWarning(QString()), runningWarning(QString()), runningWarning(QString()),
                                QStringLiteral("D/OPSession init(#):save vol 0 is mute 0"),
                                QStringLiteral("D/OPSession init(#):init volume 0")}));
-    QCOMPARE(g_sleeps, (QList<unsigned long>{5, 5, 5}));
+    QCOMPARE(m_polls->pauses(), (QList<unsigned long>{5, 5, 5}));
     QCOMPARE(m_properties->getCount(kStatusKey), 4);
     QCOMPARE(m_properties->gets(), (QList<QByteArray>{kStatusKey, kStatusKey, kStatusKey, kStatusKey}));
     QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.start", "psserver"}}));
@@ -244,7 +238,7 @@ void tst_SessionLifecycle::initWarningCarriesValue()
     const QStringList warnings = m_log->matching(QStringLiteral("Warning: waiting psserver running"));
     ORVIC_COMPARE_LINES(warnings, (QStringList{runningWarning(QStringLiteral("starting")),
                                          runningWarning(QStringLiteral("restarting"))}));
-    QCOMPARE(g_sleeps.size(), 2);
+    QCOMPARE(m_polls->pauses().size(), 2);
 }
 
 void tst_SessionLifecycle::initPropertyGetFailure_data()
@@ -277,7 +271,7 @@ void tst_SessionLifecycle::initPropertyGetFailure()
                       + polling
                       + QStringList({QStringLiteral("D/OPSession init(#):save vol 0 is mute 0"),
                                      QStringLiteral("D/OPSession init(#):init volume 0")}));
-    QCOMPARE(g_sleeps.size(), pauses);
+    QCOMPARE(m_polls->pauses().size(), pauses);
     QCOMPARE(session.state(), Session::Player_Initialized);
 }
 
@@ -320,8 +314,8 @@ void tst_SessionLifecycle::initNumbersPlayers()
     }
     QCOMPARE(ids.size(), 2);
     QCOMPARE(ids.at(1), ids.at(0) + 1);
-    QCOMPARE(sessionPrivate(&first)->mPlayerId, ids.at(0));
-    QCOMPARE(sessionPrivate(&second)->mPlayerId, ids.at(1));
+    QCOMPARE(QOrvicPlayerSessionPrivate::get(&first)->mPlayerId, ids.at(0));
+    QCOMPARE(QOrvicPlayerSessionPrivate::get(&second)->mPlayerId, ids.at(1));
 }
 
 // init on an adaptor: state Player_Initialized announced through the session,
@@ -365,7 +359,7 @@ void tst_SessionLifecycle::initOnAdaptor()
 void tst_SessionLifecycle::initAndResetTakeNoOtherLock()
 {
     Session session(QMediaPlayer::Flags{});
-    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
     QOrvicPlayerSessionPrivate adaptor(QMediaPlayer::Flags{});
     adaptor.q = &session;
     QOrvicPlayerSessionPrivate *const adaptors[] = {&adaptor, d};
@@ -462,15 +456,15 @@ void tst_SessionLifecycle::releaseOrder()
 {
     QFETCH(int, stopResult);
     Session session(QMediaPlayer::Flags{});
-    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
     SessionRecorder recorder(&session);
     m_engine->lastPlayer()->script().push("stop", stopResult);
     CallRecorder &calls = m_engine->recorder();
     QObject::connect(d->mMetaSession, &QObject::destroyed, [&calls] { calls.record(QStringLiteral("metaSession destroyed")); });
-    d->mMetaData.videoAttribute = static_cast<Session::VideoAttribute *>(std::calloc(1, sizeof(Session::VideoAttribute)));
-    d->mMetaData.audioAttribute = static_cast<Session::AudioAttribute *>(std::calloc(1, sizeof(Session::AudioAttribute)));
-    d->mMetaData.audioAttribute->id3Info = static_cast<Session::Id3Info *>(std::malloc(sizeof(Session::Id3Info)));
-    d->mMetaData.subtitleAttribute = static_cast<Session::SubtitleAttribute *>(std::calloc(1, sizeof(Session::SubtitleAttribute)));
+    d->mMetaData.videoAttribute = callocBlock<Session::VideoAttribute>();
+    d->mMetaData.audioAttribute = callocBlock<Session::AudioAttribute>();
+    d->mMetaData.audioAttribute->id3Info = callocBlock<Session::Id3Info>();
+    d->mMetaData.subtitleAttribute = callocBlock<Session::SubtitleAttribute>();
     calls.clear();
     m_log->clear();
 
@@ -523,9 +517,10 @@ void tst_SessionLifecycle::resetSequence()
     QFETCH(int, setResult);
     m_engine->onNewPlayer([](ScriptedPlayer *p) { p->script().setDefault("getVolume", 50); });
     Session session(QMediaPlayer::Flags{});
-    QOrvicPlayerSessionPrivate *d = sessionPrivate(&session);
+    QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(&session);
     QCOMPARE(session.volume(), 50);
     SessionRecorder recorder(&session);
+    StateTransitionChecker checker(&session);
     // The restarted engine reports silence: its volume wins over the saved one.
     m_engine->onNewPlayer([](ScriptedPlayer *p) { p->script().setDefault("getVolume", 0); });
 
@@ -553,15 +548,16 @@ void tst_SessionLifecycle::resetSequence()
     m_properties->clearLog();
     m_engine->recorder().clear();
     m_log->clear();
-    g_sleeps.clear();
+    m_polls->clear();
 
     d->reset();
     m_log->setObserver(nullptr);
 
     QCOMPARE(m_properties->sets(), (QList<QPair<QByteArray, QByteArray>>{{"ctl.stop", "psserver"}, {"ctl.start", "psserver"}}));
     QCOMPARE(m_properties->getCount(kStatusKey), notStopped + 2);
-    QCOMPARE(g_sleeps.size(), notStopped);
-    QVERIFY(std::all_of(g_sleeps.cbegin(), g_sleeps.cend(), [](unsigned long ms) { return ms == 5; }));
+    const QList<unsigned long> pauses = m_polls->pauses();
+    QCOMPARE(pauses.size(), notStopped);
+    QVERIFY(std::all_of(pauses.cbegin(), pauses.cend(), [](unsigned long ms) { return ms == 5; }));
     QVERIFY(lockedThroughout);
     QVERIFY(checks >= notStopped + 5);
     QVERIFY(d->mResetLock.tryLock());
@@ -586,6 +582,8 @@ void tst_SessionLifecycle::resetSequence()
     QCOMPARE(m_engine->createdPlayers(), 2);
     QCOMPARE(m_engine->destroyedPlayers(), 1);
     QCOMPARE(recorder.texts(), QStringList{QStringLiteral("stateChanged(1)")});
+    QCOMPARE(checker.transitions(), QStringList{QStringLiteral("1->1")});
+    QCOMPARE(checker.violations(), QStringList());
     QCOMPARE(session.state(), Session::Player_Initialized);
     QCOMPARE(session.volume(), 0);
     QCOMPARE(session.isMuted(), true);
@@ -638,7 +636,7 @@ void tst_SessionLifecycle::setVideoOutputHasNoEffect()
 void tst_SessionLifecycle::id3PicWithoutMetaSession()
 {
     Session session(QMediaPlayer::Flags{});
-    sessionPrivate(&session)->release();
+    QOrvicPlayerSessionPrivate::get(&session)->release();
     m_log->clear();
     QVERIFY(session.getID3Pic().isNull());
     ORVIC_COMPARE_LINES(m_log->lines(), QStringList{QStringLiteral("D/OPSession getID3Pic(#):mMetaSession is null")});

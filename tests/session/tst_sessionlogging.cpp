@@ -23,6 +23,8 @@ private Q_SLOTS:
 
     void fixturePattern_data();
     void fixturePattern();
+    void fixtureSameLines_data();
+    void fixtureSameLines();
     void banners();
     void bannerContext();
     void everyLineCarriesItsContext();
@@ -63,7 +65,7 @@ void tst_SessionLogging::exerciseSession()
     session.manageActList(QOrvicPlayerSession::Msg_Volume, 12);
     session.manageActList(QOrvicPlayerSession::Msg_ResumePlay, QVariant());
     session.enableMessageWait();
-    sessionPrivate(&session)->mMessageWaitLock.unlock();
+    QOrvicPlayerSessionPrivate::get(&session)->mMessageWaitLock.unlock();
     session.waitMessageDone();
     session.stop();
 }
@@ -94,6 +96,42 @@ void tst_SessionLogging::fixturePattern()
     QFETCH(QString, line);
     QFETCH(bool, matches);
     QCOMPARE(LogCapture::pattern(expected).match(line).hasMatch(), matches);
+}
+
+void tst_SessionLogging::fixtureSameLines_data()
+{
+    QTest::addColumn<QStringList>("actual");
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<bool>("same");
+    QTest::addColumn<QString>("firstDifference");
+    const QString lock = QStringLiteral("D/OPSession listLock(57):list lock!(74)");
+    const QString unlock = QStringLiteral("D/OPSession listUnlock(63):list unlock!(80)");
+    const QString lockPattern = QStringLiteral("D/OPSession listLock(#):list lock!(#)");
+    const QString unlockPattern = QStringLiteral("D/OPSession listUnlock(#):list unlock!(#)");
+    QTest::newRow("same") << QStringList{lock, unlock} << QStringList{lockPattern, unlockPattern} << true << QString();
+    QTest::newRow("both empty") << QStringList() << QStringList() << true << QString();
+    QTest::newRow("other order") << QStringList{unlock, lock} << QStringList{lockPattern, unlockPattern} << false
+                                 << QStringLiteral("line 0: got \"%1\", expected \"%2\"").arg(unlock, lockPattern);
+    QTest::newRow("line missing") << QStringList{lock} << QStringList{lockPattern, unlockPattern} << false
+                                  << QStringLiteral("line 1: got \"<none>\", expected \"%1\"").arg(unlockPattern);
+    QTest::newRow("line too many") << QStringList{lock, unlock} << QStringList{lockPattern} << false
+                                   << QStringLiteral("line 1: got \"%1\", expected \"<none>\"").arg(unlock);
+}
+
+// The whole-sequence comparison: exact lines in exact order, and on a
+// mismatch a message that starts with the first difference.
+void tst_SessionLogging::fixtureSameLines()
+{
+    QFETCH(QStringList, actual);
+    QFETCH(QStringList, expected);
+    QFETCH(bool, same);
+    QFETCH(QString, firstDifference);
+    QByteArray why;
+    QCOMPARE(LogCapture::sameLines(actual, expected, &why), same);
+    if (same)
+        QCOMPARE(why, QByteArray());
+    else
+        QCOMPARE(why.left(why.indexOf('\n')), firstDifference.toUtf8());
 }
 
 void tst_SessionLogging::banners()

@@ -7,6 +7,7 @@
 #include "scriptedplatform.h"
 #include "sessionaccess.h"
 #include "sessionrecorder.h"
+#include "statetransitionchecker.h"
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QSemaphore>
@@ -69,11 +70,22 @@ QStringList directLines(int id)
     return QStringList{kLock, kUnlock, sendLine(id)} + receivedLines(id);
 }
 
+// The adaptor's lines of a stop on an engine that holds no medium: the
+// transitional state, the engine state read back, the stopped state.
+const QStringList kIdleEngineStop = {QStringLiteral("V/OPSession stop(#) called"),
+                                     QStringLiteral("D/OPSession setState(#):emit state 3"),
+                                     QStringLiteral("D/OPSession stop(#):dCurrentState 0"),
+                                     QStringLiteral("D/OPSession setState(#):emit state 2")};
+
+// The queue's own lines: the session object's, and the list mutex's.
+// Decided on the function's name: adaptor operations may carry the session's
+// types in their parameters ("setState(QOrvicPlayerSession::PlayerState)").
 bool isFrontLine(const LogEntry &e)
 {
-    return e.function.contains(QLatin1String("QOrvicPlayerSession::"))
-           || e.function.contains(QLatin1String("QOrvicPlayerSessionPrivate::listLock("))
-           || e.function.contains(QLatin1String("QOrvicPlayerSessionPrivate::listUnlock("));
+    const QString name = e.functionName();
+    return name.startsWith(QLatin1String("QOrvicPlayerSession::"))
+           || name == QLatin1String("QOrvicPlayerSessionPrivate::listLock")
+           || name == QLatin1String("QOrvicPlayerSessionPrivate::listUnlock");
 }
 
 } // namespace
@@ -121,6 +133,8 @@ private:
     std::unique_ptr<LogCapture> m_log;
     std::unique_ptr<Session> m_session;
     QOrvicPlayerSessionPrivate *d = nullptr;
+    // Every state the commands announce must follow the session's state machine.
+    std::unique_ptr<StateTransitionChecker> m_checker;
 };
 
 void tst_SessionQueue::init()
@@ -129,7 +143,8 @@ void tst_SessionQueue::init()
     m_properties.reset(new ScriptedPropertyService);
     m_log.reset(new LogCapture);
     m_session.reset(new Session(QMediaPlayer::Flags{}));
-    d = sessionPrivate(m_session.get());
+    d = QOrvicPlayerSessionPrivate::get(m_session.get());
+    m_checker.reset(new StateTransitionChecker(m_session.get()));
     m_log->clear();
     m_engine->recorder().clear();
 }
@@ -137,8 +152,11 @@ void tst_SessionQueue::init()
 void tst_SessionQueue::cleanup()
 {
     m_log->setObserver(nullptr);
+    const QStringList violations = m_checker->violations();
+    m_checker.reset();
     m_session.reset();
     d = nullptr;
+    QCOMPARE(violations, QStringList());
     // No warnings of Qt's own (unqueueable arguments, mutexes destroyed locked...).
     for (const LogEntry &e : m_log->entries())
         QVERIFY2(e.type == QtDebugMsg, qPrintable(e.text));
@@ -159,10 +177,10 @@ QStringList tst_SessionQueue::frontLines() const
 
 QStringList tst_SessionQueue::adaptorOperations() const
 {
-    static const QRegularExpression name(QStringLiteral("QOrvicPlayerSessionPrivate::(~?\\w+)\\("));
+    static const QRegularExpression name(QStringLiteral("^QOrvicPlayerSessionPrivate::(~?\\w+)$"));
     QStringList out;
     for (const LogEntry &e : m_log->entries()) {
-        const QRegularExpressionMatch m = name.match(e.function);
+        const QRegularExpressionMatch m = name.match(e.functionName());
         if (!m.hasMatch() || isFrontLine(e))
             continue;
         if (out.isEmpty() || out.constLast() != m.captured(1))
@@ -244,6 +262,10 @@ void tst_SessionQueue::commandsGivenWhileOneRunsFollowInOrder()
                                     + QStringList({kLock, addLine(6), addDoneLine(), kUnlock})
                                     + QStringList({doneLine(0), kLock, kUnlock})
                                     + receivedLines(6) + receivedLines(6));
+    // The open ran between its acknowledge and its done line, the two
+    // volumes after it.
+    QVERIFY(m_log->containsInOrder({ackLine(), QStringLiteral("V/OPSession setMedia(#) called"),
+                                    QStringLiteral("D/OPSession setMedia(#):setmedia::/media/a.mp4 "), doneLine(0)}));
     QVERIFY(m_log->containsInOrder({doneLine(0), actLine(6), ackLine(),
                                     QStringLiteral("D/OPSession setVolume(#):set vol 10 org vol # ismute #"),
                                     doneLine(6), actLine(6), ackLine(),
@@ -323,21 +345,31 @@ void tst_SessionQueue::dispatchTable_data()
     QTest::addColumn<int>("id");
     QTest::addColumn<QVariant>("param");
     QTest::addColumn<QString>("operation");
+    // The lines each operation is documented to begin with.
+    QTest::addColumn<QStringList>("opening");
+    const auto called = [](const char *op) { return QStringList{QStringLiteral("V/OPSession %1(#) called").arg(QLatin1String(op))}; };
     QMediaPlayer::ResumeData resume{};
-    QTest::newRow("Msg_SetMedia") << int(Session::Msg_SetMedia) << QVariant(QStringLiteral("/media/b.mp3")) << "setMedia";
-    QTest::newRow("Msg_PlayBackRate") << int(Session::Msg_PlayBackRate) << QVariant(2.0) << "setPlaybackRate";
-    QTest::newRow("Msg_Position") << int(Session::Msg_Position) << QVariant(qlonglong(5000)) << "seek";
-    QTest::newRow("Msg_Play") << int(Session::Msg_Play) << QVariant() << "play";
-    QTest::newRow("Msg_Pause") << int(Session::Msg_Pause) << QVariant() << "pause";
-    QTest::newRow("Msg_Volume") << int(Session::Msg_Volume) << QVariant(50) << "setVolume";
-    QTest::newRow("Msg_Muted") << int(Session::Msg_Muted) << QVariant(true) << "setMuted";
-    QTest::newRow("Msg_SubtitleNum") << int(Session::Msg_SubtitleNum) << QVariant(1) << "setSubtitleNum";
-    QTest::newRow("Msg_AudioStream") << int(Session::Msg_AudioStream) << QVariant(1) << "setAudioStream";
-    QTest::newRow("Msg_SubtitleOnOff") << int(Session::Msg_SubtitleOnOff) << QVariant(false) << "setSubtitleOnOff";
+    QTest::newRow("Msg_SetMedia") << int(Session::Msg_SetMedia) << QVariant(QStringLiteral("/media/b.mp3")) << "setMedia"
+                                  << called("setMedia") + QStringList{QStringLiteral("D/OPSession setMedia(#):setmedia::/media/b.mp3 ")};
+    QTest::newRow("Msg_PlayBackRate") << int(Session::Msg_PlayBackRate) << QVariant(2.0) << "setPlaybackRate"
+                                      << QStringList{QStringLiteral("D/OPSession setPlaybackRate(#):rate:2.000000")};
+    QTest::newRow("Msg_Position") << int(Session::Msg_Position) << QVariant(qlonglong(5000)) << "seek" << called("seek");
+    QTest::newRow("Msg_Play") << int(Session::Msg_Play) << QVariant() << "play" << called("play");
+    QTest::newRow("Msg_Pause") << int(Session::Msg_Pause) << QVariant() << "pause" << called("pause");
+    QTest::newRow("Msg_Volume") << int(Session::Msg_Volume) << QVariant(50) << "setVolume"
+                                << called("setVolume") + QStringList{QStringLiteral("D/OPSession setVolume(#):set vol 50 org vol 0 ismute 1")};
+    QTest::newRow("Msg_Muted") << int(Session::Msg_Muted) << QVariant(true) << "setMuted" << called("setMuted");
+    QTest::newRow("Msg_SubtitleNum") << int(Session::Msg_SubtitleNum) << QVariant(1) << "setSubtitleNum" << called("setSubtitleNum");
+    QTest::newRow("Msg_AudioStream") << int(Session::Msg_AudioStream) << QVariant(1) << "setAudioStream" << called("setAudioStream");
+    QTest::newRow("Msg_SubtitleOnOff") << int(Session::Msg_SubtitleOnOff) << QVariant(false) << "setSubtitleOnOff"
+                                       << called("setSubtitleOnOff");
     // setResumeData is empty by design: nothing to see but the queue's own lines.
-    QTest::newRow("Msg_setResumeData") << int(Session::Msg_setResumeData) << QVariant::fromValue(resume) << QString();
-    QTest::newRow("Msg_SetVideoOnOff") << int(Session::Msg_SetVideoOnOff) << QVariant(true) << "setVideoOnOff";
-    QTest::newRow("Msg_SetAudioOnOff") << int(Session::Msg_SetAudioOnOff) << QVariant(false) << "setAudioOnOff";
+    QTest::newRow("Msg_setResumeData") << int(Session::Msg_setResumeData) << QVariant::fromValue(resume) << QString()
+                                       << QStringList();
+    QTest::newRow("Msg_SetVideoOnOff") << int(Session::Msg_SetVideoOnOff) << QVariant(true) << "setVideoOnOff"
+                                       << called("setVideoOnOff");
+    QTest::newRow("Msg_SetAudioOnOff") << int(Session::Msg_SetAudioOnOff) << QVariant(false) << "setAudioOnOff"
+                                       << called("setAudioOnOff");
 }
 
 // Each command reaches its adaptor operation, first thing after the acknowledge.
@@ -346,24 +378,28 @@ void tst_SessionQueue::dispatchTable()
     QFETCH(int, id);
     QFETCH(QVariant, param);
     QFETCH(QString, operation);
+    QFETCH(QStringList, opening);
     m_session->manageActList(msg(id), param);
     ORVIC_COMPARE_LINES(frontLines(), directLines(id));
     const QStringList ops = adaptorOperations();
     if (operation.isEmpty()) {
         QCOMPARE(ops, QStringList());
+        ORVIC_COMPARE_LINES(m_log->lines(), directLines(id));
         return;
     }
     QVERIFY2(!ops.isEmpty() && ops.first() == operation, qPrintable(ops.join(QLatin1Char(' '))));
-    // Between the acknowledge and the done line.
+    const QString signature = QStringLiteral("QOrvicPlayerSessionPrivate::%1(").arg(operation);
+    ORVIC_COMPARE_LINES(m_log->linesFrom(signature).mid(0, opening.size()), opening);
+    // Right after the acknowledge, and done before the done line.
     const int ack = m_log->indexOf(ackLine());
     const int done = m_log->indexOf(doneLine(id));
     const QList<LogEntry> entries = m_log->entries();
     int first = -1;
     for (int i = 0; i < entries.size() && first < 0; ++i) {
-        if (entries.at(i).function.contains(QStringLiteral("QOrvicPlayerSessionPrivate::%1(").arg(operation)))
+        if (entries.at(i).function.contains(signature))
             first = i;
     }
-    QVERIFY(ack >= 0 && ack < first && first < done);
+    QVERIFY(ack >= 0 && first == ack + 1 && first < done);
 }
 
 void tst_SessionQueue::parameterConversion_data()
@@ -474,6 +510,9 @@ void tst_SessionQueue::stopOnIdleQueue()
     m_session->stop();
     ORVIC_COMPARE_LINES(frontLines(), (QStringList{kLock, kUnlock}));
     QCOMPARE(adaptorOperations().value(0), QStringLiteral("stop"));
+    // The pending list is emptied before the adaptor stops.
+    ORVIC_COMPARE_LINES(m_log->lines(), QStringList({kLock, kUnlock}) + kIdleEngineStop);
+    QCOMPARE(m_checker->transitions(), QStringList({"1->3", "3->2"}));
     expectIdle();
     // The session stays usable.
     m_log->clear();
@@ -501,6 +540,9 @@ void tst_SessionQueue::stopOnOwnerDeliversSignalledCommand()
 
     m_session->stop();
     ORVIC_COMPARE_LINES(frontLines(), receivedLines(6) + receivedLines(6) + receivedLines(7) + QStringList({kLock, kUnlock}));
+    // The skipped commands left no line of their operations.
+    ORVIC_COMPARE_LINES(m_log->lines(), receivedLines(6) + receivedLines(6) + receivedLines(7)
+                                            + QStringList({kLock, kUnlock}) + kIdleEngineStop);
     const QStringList ops = adaptorOperations();
     QVERIFY2(!ops.contains(QStringLiteral("setVolume")) && !ops.contains(QStringLiteral("setMuted")),
              qPrintable(ops.join(QLatin1Char(' '))));
@@ -548,6 +590,8 @@ void tst_SessionQueue::stopOnOwnerWhileSenderIsPosting()
 
     QVERIFY(sawStopping.load());
     ORVIC_COMPARE_LINES(frontLines(), QStringList({kLock, kUnlock, sendLine(6)}) + receivedLines(6) + QStringList({kLock, kUnlock}));
+    ORVIC_COMPARE_LINES(m_log->lines(), QStringList({kLock, kUnlock, sendLine(6)}) + receivedLines(6)
+                                            + QStringList({kLock, kUnlock}) + kIdleEngineStop);
     for (const LogEntry &e : m_log->entriesMatching(actLine(6)))
         QCOMPARE(e.thread, owner);
     QVERIFY(!adaptorOperations().contains(QStringLiteral("setVolume")));
@@ -589,6 +633,14 @@ void tst_SessionQueue::stopFromOtherThreadWaitsForPickup()
     }
     ORVIC_COMPARE_LINES(ownerLines, receivedLines(6));
     ORVIC_COMPARE_LINES(stopperLines, (QStringList{kLock, kUnlock}));
+    // All the owner logged is the skipped command; all the stopper logged, the
+    // emptied list and the adaptor's stop.
+    QStringList allOwnerLines;
+    QStringList allStopperLines;
+    for (const LogEntry &e : entries)
+        (e.thread == stopper.load() ? allStopperLines : allOwnerLines).append(e.text);
+    ORVIC_COMPARE_LINES(allOwnerLines, receivedLines(6));
+    ORVIC_COMPARE_LINES(allStopperLines, QStringList({kLock, kUnlock}) + kIdleEngineStop);
     // The stopper went on only after the acknowledge.
     QVERIFY(m_log->containsInOrder({ackLine(), kLock, kUnlock}));
     QVERIFY(!adaptorOperations().contains(QStringLiteral("setVolume")));

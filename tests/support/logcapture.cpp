@@ -10,6 +10,14 @@ namespace {
 std::atomic<LogCapture *> g_current{nullptr};
 }
 
+QString LogEntry::functionName() const
+{
+    // The parameter list starts at the first '(' (no return type of ours holds
+    // one); the name is the last word before it.
+    const QString head = function.left(function.indexOf(QLatin1Char('(')));
+    return head.mid(head.lastIndexOf(QLatin1Char(' ')) + 1);
+}
+
 LogCapture::LogCapture()
 {
     g_current.store(this);
@@ -124,14 +132,22 @@ QStringList LogCapture::matching(const QString &regex) const
 
 bool LogCapture::sameLines(const QStringList &actual, const QStringList &expected, QByteArray *why)
 {
-    bool same = actual.size() == expected.size();
-    for (int i = 0; same && i < actual.size(); ++i)
-        same = pattern(expected.at(i)).match(actual.at(i)).hasMatch();
-    if (!same && why) {
-        *why = "actual:\n  " + actual.join(QLatin1String("\n  ")).toUtf8()
+    const int n = qMax(actual.size(), expected.size());
+    int differs = -1;
+    for (int i = 0; i < n && differs < 0; ++i) {
+        if (i >= actual.size() || i >= expected.size() || !pattern(expected.at(i)).match(actual.at(i)).hasMatch())
+            differs = i;
+    }
+    if (differs >= 0 && why) {
+        const QString none = QStringLiteral("<none>");
+        *why = QStringLiteral("line %1: got \"%2\", expected \"%3\"")
+                   .arg(differs)
+                   .arg(actual.value(differs, none), expected.value(differs, none))
+                   .toUtf8()
+               + "\nactual:\n  " + actual.join(QLatin1String("\n  ")).toUtf8()
                + "\nexpected:\n  " + expected.join(QLatin1String("\n  ")).toUtf8();
     }
-    return same;
+    return differs < 0;
 }
 
 QStringList LogCapture::linesFrom(const QString &signature) const

@@ -24,6 +24,11 @@ struct LogEntry {
     int line;
     QString category;
     QThread *thread = nullptr;  // the logging thread
+
+    // The logging function's qualified name, without return and parameter
+    // types: "QOrvicPlayerSessionPrivate::setState" for "void
+    // QOrvicPlayerSessionPrivate::setState(QOrvicPlayerSession::PlayerState)".
+    QString functionName() const;
 };
 
 class LogCapture
@@ -48,7 +53,7 @@ public:
     // Lines that match any of the expected patterns, in capture order.
     QStringList matching(const QString &regex) const;
     // True when `actual` holds exactly the `expected` lines ("#" = any number),
-    // in order; otherwise `why` lists both.
+    // in order; otherwise `why` names the first difference and lists both.
     static bool sameLines(const QStringList &actual, const QStringList &expected, QByteArray *why);
     // Lines logged from functions whose full signature contains `signature`
     // (e.g. "QOrvicPlayerSessionPrivate::init()"), in capture order.

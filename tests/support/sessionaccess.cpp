@@ -12,23 +12,13 @@ struct MemberAccess {
     friend typename Tag::type memberOf(Tag) { return Member; }
 };
 
-struct PrivateTag {
-    using type = QOrvicPlayerSessionPrivate *QOrvicPlayerSession::*;
-    friend type memberOf(PrivateTag);
-};
 struct PendingTag {
     using type = PendingList *QOrvicPlayerSession::*;
     friend type memberOf(PendingTag);
 };
 
-template struct MemberAccess<PrivateTag, &QOrvicPlayerSession::d>;
 template struct MemberAccess<PendingTag, &QOrvicPlayerSession::mPendingList>;
 } // namespace
-
-QOrvicPlayerSessionPrivate *sessionPrivate(QOrvicPlayerSession *session)
-{
-    return session->*memberOf(PrivateTag());
-}
 
 PendingList *pendingList(QOrvicPlayerSession *session)
 {
@@ -38,7 +28,7 @@ PendingList *pendingList(QOrvicPlayerSession *session)
 int pendingCount(QOrvicPlayerSession *session)
 {
     // The list mutex directly, not listLock(): no log lines of the test's own.
-    QMutexLocker lock(&sessionPrivate(session)->mListLock);
+    QMutexLocker lock(&QOrvicPlayerSessionPrivate::get(session)->mListLock);
     return pendingList(session)->size();
 }
 

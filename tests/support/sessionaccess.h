@@ -1,6 +1,6 @@
-// White-box access to a session's internals for tests that must see or drive
-// the command queue's locks and flags directly (the adaptor and the pending
-// list are private members of QOrvicPlayerSession).
+// White-box access to the command queue's pending list, which is a private
+// member of QOrvicPlayerSession. (The adaptor is reached through
+// QOrvicPlayerSessionPrivate::get().)
 #ifndef ORVICTEST_SESSIONACCESS_H
 #define ORVICTEST_SESSIONACCESS_H
 
@@ -10,7 +10,6 @@ namespace orvictest {
 
 using PendingList = QList<QMap<QOrvicPlayerSession::MessageId, QVariant>>;
 
-QOrvicPlayerSessionPrivate *sessionPrivate(QOrvicPlayerSession *session);
 PendingList *pendingList(QOrvicPlayerSession *session);
 
 // Number of waiting commands, read under the list mutex.

@@ -3,6 +3,7 @@
 // operation, so a session on a PC without an engine comes up and reports
 // failures instead of crashing.
 #include <hostplatform/hostplatform.h>
+#include "filemetadata.h"
 
 #include <atomic>
 
@@ -62,13 +63,13 @@ public:
     {
         delete static_cast<UnavailablePlayer *>(player);
     }
-    playback::SPMetaData *createMetaData(const char *, const char *) override
+    playback::SPMetaData *createMetaData(const char *name, const char *config) override
     {
-        return new UnavailableMetaData;
+        return hostplatform::createFileMetaData(name, config);
     }
     void destroyMetaData(playback::SPMetaData *metaData) override
     {
-        delete static_cast<UnavailableMetaData *>(metaData);
+        hostplatform::destroyFileMetaData(metaData);
     }
 };
 

@@ -1,0 +1,269 @@
+// Stream attributes, duration, container tags and attached pictures through
+// libavformat: it answers synchronously in the calling thread, from the
+// container headers and a few packets, without building a pipeline.
+#include "metadatareader.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+#include <libavutil/log.h>
+#include <libavutil/time.h>
+}
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace hostplatform {
+namespace metadatareader {
+
+namespace {
+
+// A hostile or oddly muxed file must not keep the caller (the session's
+// opening path) waiting: libavformat polls this and gives up past the deadline.
+constexpr int64_t kProbeDeadlineUs = 4 * 1000 * 1000;
+
+struct Deadline {
+    int64_t until;
+};
+
+int deadlinePassed(void *opaque)
+{
+    return av_gettime_relative() > static_cast<const Deadline *>(opaque)->until;
+}
+
+struct FormatCloser {
+    void operator()(AVFormatContext *context) const { avformat_close_input(&context); }
+};
+using FormatContextPtr = std::unique_ptr<AVFormatContext, FormatCloser>;
+
+// Damaged files make libavformat complain at length on stderr; the caller
+// learns of failures through the results. A level someone chose stays.
+void quietLibavLog()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (av_log_get_level() == AV_LOG_INFO)
+            av_log_set_level(AV_LOG_ERROR);
+    });
+}
+
+std::string clipped(const char *text)
+{
+    std::string s(text ? text : "");
+    if (s.size() > 7)
+        s.resize(7);
+    return s;
+}
+
+std::string streamLanguage(const AVStream *stream)
+{
+    const AVDictionaryEntry *e = av_dict_get(stream->metadata, "language", nullptr, 0);
+    return clipped(e ? e->value : nullptr);
+}
+
+int clampToInt(int64_t value)
+{
+    if (value < 0)
+        return 0;
+    return value > INT32_MAX ? INT32_MAX : int(value);
+}
+
+int channelCount(const AVCodecParameters *par)
+{
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(59, 24, 100)
+    return par->ch_layout.nb_channels;
+#else
+    return par->channels;
+#endif
+}
+
+int bitDepth(const AVCodecParameters *par)
+{
+    if (par->bits_per_raw_sample > 0)
+        return par->bits_per_raw_sample;
+    // PCM and similar codecs have a fixed sample width; lossy codecs have none.
+    return av_get_bits_per_sample(par->codec_id);
+}
+
+AudioStream audioStream(const AVFormatContext *context, const AVStream *stream)
+{
+    const AVCodecParameters *par = stream->codecpar;
+    AudioStream a;
+    a.channels = channelCount(par);
+    a.sampleRate = par->sample_rate;
+    a.bitRate = clampToInt(par->bit_rate);
+    // A single-stream file (MP3) often states its rate only for the whole file.
+    if (a.bitRate == 0 && context->nb_streams == 1)
+        a.bitRate = clampToInt(context->bit_rate);
+    a.bitDepth = bitDepth(par);
+    a.codec = shortCodecName(par->codec_id);
+    a.language = streamLanguage(stream);
+    return a;
+}
+
+VideoStream videoStream(const AVStream *stream)
+{
+    const AVCodecParameters *par = stream->codecpar;
+    VideoStream v;
+    v.width = par->width;
+    v.height = par->height;
+    v.bitRate = clampToInt(par->bit_rate);
+    AVRational rate = stream->avg_frame_rate;
+    if (rate.num <= 0 || rate.den <= 0)
+        rate = stream->r_frame_rate;
+    if (rate.num > 0 && rate.den > 0) {
+        const double fps = av_q2d(rate);
+        v.frameRate = int(std::lround(fps));
+        v.frameRateMilli = clampToInt(std::llround(fps * 1000.0));
+    }
+    v.codec = shortCodecName(par->codec_id);
+    return v;
+}
+
+bool isCoverPicture(const AVStream *stream)
+{
+    return (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+}
+
+// Demuxers of single still images: "image2", "jpeg_pipe", "png_pipe", ...
+bool isImageFormat(const AVInputFormat *format)
+{
+    const char *name = format->name;
+    const size_t n = strlen(name);
+    return strcmp(name, "image2") == 0 || (n > 5 && strcmp(name + n - 5, "_pipe") == 0);
+}
+
+long long durationMs(const AVFormatContext *context)
+{
+    if (context->duration != AV_NOPTS_VALUE && context->duration > 0)
+        return av_rescale(context->duration, 1000, AV_TIME_BASE);
+    long long longest = 0;
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        const AVStream *s = context->streams[i];
+        if (s->duration != AV_NOPTS_VALUE && s->duration > 0)
+            longest = std::max<long long>(longest, av_rescale_q(s->duration, s->time_base, AVRational{1, 1000}));
+    }
+    return longest;
+}
+
+// Container tags under the reader's main keys, which are also libavformat's
+// generic tag names; some containers (Ogg) keep them on the audio stream.
+void containerTags(const AVFormatContext *context, const AVStream *firstAudio, MediaFacts &facts)
+{
+    static const char *const keys[] = {"title", "artist", "album", "date", "comment", "genre"};
+    for (const char *key : keys) {
+        const AVDictionaryEntry *e = av_dict_get(context->metadata, key, nullptr, 0);
+        if ((!e || !*e->value) && firstAudio)
+            e = av_dict_get(firstAudio->metadata, key, nullptr, 0);
+        if (e && *e->value)
+            facts.tags[key] = TagText{e->value, true};
+    }
+}
+
+// Learning the parameters decodes a little of each stream, cover pictures
+// included: the same pixel limit as for our own cover decoding keeps a forged
+// picture header from costing gigabytes. Failing to learn every parameter
+// still leaves what the headers said.
+void findStreamInfo(AVFormatContext *context)
+{
+    std::vector<AVDictionary *> options(context->nb_streams, nullptr);
+    for (AVDictionary *&o : options)
+        av_dict_set_int(&o, "max_pixels", kMaxPicturePixels, 0);
+    avformat_find_stream_info(context, options.data());
+    for (AVDictionary *&o : options)
+        av_dict_free(&o);
+}
+
+int mediaKind(const AVFormatContext *context, const MediaFacts &facts)
+{
+    if (!facts.video.empty())
+        return isImageFormat(context->iformat) ? MediaKindPicture : MediaKindVideo;
+    if (!facts.audio.empty())
+        return MediaKindAudio;
+    return MediaKindNone;
+}
+
+} // namespace
+
+std::string shortCodecName(int codecId)
+{
+    // Families whose libavcodec names are too long or too detailed for an
+    // 8-byte field; everything else is libavcodec's own short name.
+    static const struct {
+        const char *prefix;
+        const char *text;
+    } families[] = {
+        {"pcm_", "pcm"},         {"adpcm_", "adpcm"},   {"wma", "wma"},
+        {"mpeg1video", "mpeg1"}, {"mpeg2video", "mpeg2"}, {"aac_latm", "aac"},
+    };
+    const char *name = avcodec_get_name(AVCodecID(codecId));
+    for (const auto &f : families) {
+        if (strncmp(name, f.prefix, strlen(f.prefix)) == 0)
+            return f.text;
+    }
+    return clipped(name);
+}
+
+int probeStreams(const std::string &path, MediaFacts &facts)
+{
+    quietLibavLog();
+    Deadline deadline{av_gettime_relative() + kProbeDeadlineUs};
+    AVFormatContext *raw = avformat_alloc_context();
+    if (!raw)
+        return StatusNotMedia;
+    raw->interrupt_callback.callback = deadlinePassed;
+    raw->interrupt_callback.opaque = &deadline;
+    AVDictionary *options = nullptr;
+    // A local playlist or reference file must not make us open anything else.
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    // A still image is the file itself, never a numbered sequence ("%d").
+    av_dict_set(&options, "pattern_type", "none", 0);
+    // "file:" keeps a colon in the name from being read as a protocol.
+    const int opened = avformat_open_input(&raw, ("file:" + path).c_str(), nullptr, &options);
+    av_dict_free(&options);
+    if (opened < 0)
+        return StatusNotMedia; // avformat_open_input freed the context
+    FormatContextPtr context(raw);
+    findStreamInfo(context.get());
+
+    const AVStream *firstAudio = nullptr;
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        const AVStream *s = context->streams[i];
+        switch (s->codecpar->codec_type) {
+        case AVMEDIA_TYPE_AUDIO:
+            facts.audio.push_back(audioStream(context.get(), s));
+            if (!firstAudio)
+                firstAudio = s;
+            break;
+        case AVMEDIA_TYPE_VIDEO:
+            if (isCoverPicture(s)) {
+                const AVPacket &pic = s->attached_pic;
+                if (pic.data && pic.size > 0)
+                    facts.pictures.push_back(EncodedPicture{
+                        std::vector<unsigned char>(pic.data, pic.data + pic.size), int(s->codecpar->codec_id)});
+            } else {
+                facts.video.push_back(videoStream(s));
+            }
+            break;
+        case AVMEDIA_TYPE_SUBTITLE:
+            ++facts.subtitles;
+            break;
+        default:
+            break;
+        }
+    }
+    if (facts.audio.empty() && facts.video.empty() && facts.subtitles == 0)
+        return StatusNotMedia;
+    facts.programs = 1;
+    facts.mediaKind = mediaKind(context.get(), facts);
+    facts.durationMs = durationMs(context.get());
+    containerTags(context.get(), firstAudio, facts);
+    return StatusOk;
+}
+
+} // namespace metadatareader
+} // namespace hostplatform
