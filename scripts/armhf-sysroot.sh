@@ -18,10 +18,12 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 # What the build needs of the target: Qt 5 base and multimedia, uchardet, the
-# C and C++ runtime. Add here what a new dependency needs.
+# C and C++ runtime, and TagLib and FFmpeg for the PC platform's metadata
+# reader. Add here what a new dependency needs.
 SYSROOT_PACKAGES=(
     qtbase5-dev qtmultimedia5-dev libqt5multimedia5-plugins
     libuchardet-dev libc6-dev libstdc++-12-dev
+    libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
 )
 ARCH=armhf
 

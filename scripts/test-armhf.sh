@@ -9,6 +9,12 @@ cd "$(dirname "$0")/.."
 sysroot=$(bash scripts/armhf-sysroot.sh)
 
 build=build-armhf
+# A build tree holds the paths of the sysroot it was configured with: a new
+# sysroot (another package list) needs a fresh one.
+if [ -f "$build/CMakeCache.txt" ] && ! grep -qxF "ORVIC_SYSROOT:PATH=$sysroot" "$build/CMakeCache.txt"; then
+    echo "test-armhf: the sysroot changed; configuring $build afresh" >&2
+    rm -rf "$build"
+fi
 cmake -S . -B "$build" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchain-armhf.cmake" \
     -DORVIC_SYSROOT="$sysroot"
