@@ -13,9 +13,9 @@ ff() { ffmpeg -hide_banner -loglevel error -nostdin -y "$@"; }
 [ -s sine.mp3 ] || ff -f lavfi -i "sine=frequency=440:duration=4" -c:a libmp3lame -b:a 64k sine.mp3
 [ -s sine.ogg ] || ff -f lavfi -i "sine=frequency=440:duration=4" -c:a libvorbis -q:a 1 sine.ogg
 
-# 6 s MP4: small H.264 video, two AAC tracks in different languages (440 Hz
-# English, 880 Hz French) and an English mov_text subtitle track with three cues.
-if [ ! -s av.mp4 ]; then
+# Three subtitle cues, the last one in italics; also used as an external
+# subtitle file.
+if [ ! -s cues.srt ]; then
     cat > cues.srt <<'SRT'
 1
 00:00:00,500 --> 00:00:01,500
@@ -27,8 +27,13 @@ Zweite Zeile äöü
 
 3
 00:00:04,000 --> 00:00:05,000
-Third line
+<i>Third</i> line
 SRT
+fi
+
+# 6 s MP4: small H.264 video, two AAC tracks in different languages (440 Hz
+# English, 880 Hz French) and an English mov_text subtitle track with the cues.
+if [ ! -s av.mp4 ]; then
     ff -f lavfi -i "testsrc=size=160x120:rate=25:duration=6" \
        -f lavfi -i "sine=frequency=440:duration=6" \
        -f lavfi -i "sine=frequency=880:duration=6" \
@@ -39,7 +44,6 @@ SRT
        -metadata:s:a:0 language=eng -metadata:s:a:1 language=fre \
        -metadata:s:s:0 language=eng \
        av.mp4
-    rm -f cues.srt
 fi
 
 # The same video and first audio track as MPEG-TS: a container whose demuxer

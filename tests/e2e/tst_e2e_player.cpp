@@ -66,6 +66,7 @@ private Q_SLOTS:
     void audioStreamSwitch();
     void subtitlesFollowPosition();
     void subtitlesOffStaySilent();
+    void externalSubtitleFile();
     void pauseStopAndReset();
     void volume();
     void decoderSwitches();
@@ -356,6 +357,24 @@ void tst_E2ePlayer::subtitlesOffStaySilent()
     QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 4300, 3000);
     QCOMPARE(setFlag(m_player.get(), "mPlayer", "set-subtitle-onoff", true), 0);
     QVERIFY(m_events->waitFor("subtitleChanged(Third line,1)"));
+}
+
+// A subtitle file next to an audio-only medium: its markup arrives as plain text.
+void tst_E2ePlayer::externalSubtitleFile()
+{
+    m_player.reset(SPPlayer::create("Qspmediaplayer", m_events.get()));
+    QCOMPARE(m_player->setUrl(local("sine.ogg").constData()), 0);
+    QCOMPARE(m_player->setSubUrl(local("missing.srt").constData()), int(pswire::ResultNotFound));
+    QCOMPARE(m_player->setSubUrl(local("cues.srt").constData()), 0);
+    QCOMPARE(m_player->prepare(0, 0), 0);
+    QCOMPARE(intParameter(m_player.get(), "get-subtitle-count"), 1);
+    QCOMPARE(m_player->setSubUrl(local("cues.srt").constData()), int(pswire::ResultInvalidState)); // before prepare only
+    QCOMPARE(setFlag(m_player.get(), "mPlayer", "set-subtitle-onoff", true), 0);
+    QCOMPARE(m_player->seekTo(3800), 0);
+    QCOMPARE(m_player->play(), 0);
+    QVERIFY(m_events->waitFor("subtitleChanged(Third line,1)"));
+    const long long shownAt = m_player->getPosition();
+    QVERIFY2(shownAt >= 3950 && shownAt < 4500, qPrintable(QString::number(shownAt)));
 }
 
 void tst_E2ePlayer::pauseStopAndReset()
