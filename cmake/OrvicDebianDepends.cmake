@@ -10,7 +10,10 @@ set(ORVIC_DEB_SONAME_PACKAGES
     libQt5Multimedia.so.5=libqt5multimedia5 libuchardet.so.0=libuchardet0
     # the PC platform's metadata reader (libplayback.so)
     libtag.so.1=libtag1v5 libavformat.so.59=libavformat59 libavcodec.so.59=libavcodec59
-    libavutil.so.57=libavutil57 libswscale.so.6=libswscale6)
+    libavutil.so.57=libavutil57 libswscale.so.6=libswscale6
+    # the PC platform's playback service (psserver)
+    libgstreamer-1.0.so.0=libgstreamer1.0-0 libgstapp-1.0.so.0=libgstreamer-plugins-base1.0-0
+    libglib-2.0.so.0=libglib2.0-0 libgobject-2.0.so.0=libglib2.0-0)
 
 # Minimum versions: those of Debian 12, which the library is built and tested
 # on (Qt at the 5.15 series the sources need, FFmpeg 5.1, TagLib 1.13).
@@ -28,6 +31,14 @@ set(ORVIC_DEB_RUNTIME_DEPENDS
     "libavcodec59 (>= 7:5.1)"
     "libavutil57 (>= 7:5.1)"
     "libswscale6 (>= 7:5.1)")
+
+# The PC platform's playback service, where the build has one.
+set(ORVIC_DEB_SERVICE_DEPENDS
+    "libgstreamer1.0-0 (>= 1.22)"
+    "libgstreamer-plugins-base1.0-0 (>= 1.22)"
+    "libglib2.0-0 (>= 2.74)")
+set(ORVIC_DEB_SERVICE_RECOMMENDS
+    "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-libav")
 
 # orvic_debian_arch(<var>): the Debian architecture of the build's target
 # (amd64, armhf, ...), or empty where dpkg-architecture cannot tell.

@@ -33,6 +33,10 @@ if(NOT ORVIC_DEVICE_BUILD)
     # Private to liborvicutil: no link names, nothing for clients to link.
     install(TARGETS cutils sppfc playback
         LIBRARY DESTINATION "${ORVIC_INSTALL_PRIVATE_LIBDIR}" COMPONENT runtime NAMELINK_SKIP)
+    # The service that libcutils.so.1 starts, looked for beside that library.
+    if(TARGET psserver)
+        install(TARGETS psserver RUNTIME DESTINATION "${ORVIC_INSTALL_PRIVATE_LIBDIR}" COMPONENT runtime)
+    endif()
 endif()
 
 # --- headers -----------------------------------------------------------------

@@ -24,7 +24,7 @@
 
 namespace {
 
-const int kRunTimeoutMs = 60000;
+const int kRunTimeoutMs = 30000;
 
 struct Run {
     int exitCode = -1;
@@ -235,7 +235,6 @@ void tst_OrvicPlay::damagedFiles_data()
     QTest::addColumn<QString>("medium");
     QTest::newRow("zero bytes") << samples::path("hostile/zero.mp3");
     QTest::newRow("text named mp3") << samples::path("hostile/garbage.mp3");
-    QTest::newRow("truncated movie") << samples::path("hostile/truncated.mp4");
     QTest::newRow("corrupt movie") << samples::path("hostile/corrupt.mp4");
     QTest::newRow("missing") << m_work.filePath("does-not-exist.mp4");
 }

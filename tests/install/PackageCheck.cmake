@@ -118,6 +118,9 @@ set(_expected_runtime
     "${_lib}/orvicutil/libcutils.so.1"
     "${_lib}/orvicutil/libplayback.so"
     "${_lib}/orvicutil/libsppfc.so")
+if(WITH_SERVICE)
+    list(APPEND _expected_runtime "${_lib}/orvicutil/psserver")
+endif()
 list(SORT _expected_runtime)
 if(NOT _runtime_files STREQUAL _expected_runtime)
     string(REPLACE ";" "\n    " _got "${_runtime_files}")

@@ -30,8 +30,13 @@ int main(int argc, char **argv)
     report("resume data bytes", QString::number(sizeof(QMediaPlayer::ResumeData)), QStringLiteral("4224"));
     report("metadata-only flag", QString::number(int(QMediaPlayer::MetaDataOnly), 16), QStringLiteral("8"));
 
-    QOrvicPlayerSession session(QMediaPlayer::Flags(QMediaPlayer::MetaDataOnly));
-    report("new session state", QString::number(session.state()), QString::number(QOrvicPlayerSession::Player_Initialized));
+    // A session needs the platform's playback service; the test asks for it
+    // only where the installed platform ships one.
+    if (qEnvironmentVariableIsSet("ORVIC_CONSUMER_SESSION")) {
+        QOrvicPlayerSession session(QMediaPlayer::Flags(QMediaPlayer::MetaDataOnly));
+        report("new session state", QString::number(session.state()),
+               QString::number(QOrvicPlayerSession::Player_Initialized));
+    }
 
     return failures == 0 ? 0 : 1;
 }
