@@ -1,12 +1,22 @@
 #!/usr/bin/env bash
 # Installs what building and testing need on Debian 12. Safe to run again.
+#   scripts/install-deps.sh               the PC build and its tests
+#   scripts/install-deps.sh --cross-armhf also the 32-bit ARM cross build: cross
+#                                         compiler, qemu user mode, mmdebstrap
 set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config git ccache
     qtbase5-dev qtmultimedia5-dev libqt5multimedia5-plugins libuchardet-dev
+    # the host playback service (psserver) and its end-to-end media
+    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
+    gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
+    gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-tools
     # host metadata reader (libplayback.so) and the test media generator
     libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
 )
+if [ "${1:-}" = "--cross-armhf" ]; then
+    packages+=(crossbuild-essential-armhf qemu-user mmdebstrap)
+fi
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -52,7 +52,6 @@ private Q_SLOTS:
     void registeredAtLoad();
     void registrationOrder();
     void typesWorkInVariantsAndQueuedCalls();
-    void sessionOnDefaultPlatform();
 };
 
 void tst_SessionMetaObject::className()
@@ -213,22 +212,6 @@ void tst_SessionMetaObject::typesWorkInVariantsAndQueuedCalls()
     const QVariant m = QVariant::fromValue(QMediaPlayer::MediaMessage(2));
     QCOMPARE(m.typeName(), "QMediaPlayer::MediaMessage");
     QCOMPARE(int(m.value<QMediaPlayer::MediaMessage>()), 2);
-}
-
-// With nothing injected the host platform still gives a working session.
-void tst_SessionMetaObject::sessionOnDefaultPlatform()
-{
-    QOrvicPlayerSession session(QMediaPlayer::Flags{});
-    QCOMPARE(session.metaObject(), &QOrvicPlayerSession::staticMetaObject);
-    QCOMPARE(session.state(), QOrvicPlayerSession::Player_Initialized);
-    QCOMPARE(session.isMuted(), true);  // the default engine reports volume 0
-    QSignalSpy spy(&session, &QOrvicPlayerSession::playSessionMessage);
-    session.manageActList(QOrvicPlayerSession::Msg_ResumePlay, 3);
-    QCOMPARE(spy.count(), 1);
-    QCOMPARE(spy.at(0).at(0).value<QOrvicPlayerSession::MessageId>(), QOrvicPlayerSession::Msg_ResumePlay);
-    QCOMPARE(spy.at(0).at(1).value<QVariant>(), QVariant(3));
-    QCOMPARE(spy.at(0).at(2).value<QVariant>(), QVariant(0));
-    session.stop();
 }
 
 QTEST_GUILESS_MAIN(tst_SessionMetaObject)

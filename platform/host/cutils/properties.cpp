@@ -1,16 +1,20 @@
 // Host build of the device property service.
-// Default service: an in-process store in which "ctl.start"/"ctl.stop" of a
-// service name flip its "init.svc.<name>" status at once, so a session can be
-// brought up on a PC without the device's init.
+// Default service: properties shared by all processes of the user through
+// the runtime directory; "ctl.start"/"ctl.stop" of "psserver" really start
+// and stop the playback daemon and "init.svc.psserver" reports it live.
+#include "propertystore.h"
+#include "servicecontrol.h"
+
 #include <hostplatform/hostplatform.h>
+#include <hostruntime.h>
 
 #include <atomic>
 #include <cstring>
-#include <map>
-#include <mutex>
 #include <string>
 
 namespace {
+
+const char kStatusPrefix[] = "init.svc.";
 
 int copyValue(const std::string &text, char *value)
 {
@@ -20,19 +24,26 @@ int copyValue(const std::string &text, char *value)
     return int(n);
 }
 
-class InProcessPropertyService : public hostplatform::PropertyService
+class RuntimeDirPropertyService : public hostplatform::PropertyService
 {
 public:
-    int init() override { return 0; }
+    int init() override
+    {
+        return hostruntime::ensureRuntimeDirectory(hostruntime::runtimeDirectory()) ? 0 : -1;
+    }
 
     int get(const char *key, char *value, const char *defaultValue) override
     {
         if (!key || !value)
             return -1;
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const auto it = m_values.find(key);
-        if (it != m_values.end())
-            return copyValue(it->second, value);
+        // The directory is looked up on every call: a process (a test) may
+        // point ORVIC_RUNTIME_DIR somewhere else between calls.
+        const std::string dir = hostruntime::runtimeDirectory();
+        if (std::strcmp(key, statusKey().c_str()) == 0)
+            return copyValue(hostcutils::serviceStatus(dir), value);
+        std::string stored;
+        if (hostcutils::readProperty(dir, key, &stored))
+            return copyValue(stored, value);
         return copyValue(defaultValue ? defaultValue : "", value);
     }
 
@@ -40,24 +51,26 @@ public:
     {
         if (!key || !value)
             return -1;
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (std::strcmp(key, "ctl.start") == 0)
-            m_values[std::string("init.svc.") + value] = "running";
-        else if (std::strcmp(key, "ctl.stop") == 0)
-            m_values[std::string("init.svc.") + value] = "stopped";
-        else
-            m_values[key] = value;
-        return 0;
+        const std::string dir = hostruntime::runtimeDirectory();
+        const bool start = std::strcmp(key, "ctl.start") == 0;
+        if (start || std::strcmp(key, "ctl.stop") == 0) {
+            if (std::strcmp(value, hostcutils::kServiceName) != 0)
+                return -1; // no other service is known here
+            return start ? hostcutils::startService(dir) : hostcutils::stopService(dir);
+        }
+        // Service states belong to the controller.
+        if (std::strncmp(key, kStatusPrefix, sizeof kStatusPrefix - 1) == 0)
+            return -1;
+        return hostcutils::writeProperty(dir, key, value);
     }
 
 private:
-    std::mutex m_mutex;
-    std::map<std::string, std::string> m_values;
+    static std::string statusKey() { return std::string(kStatusPrefix) + hostcutils::kServiceName; }
 };
 
-InProcessPropertyService &defaultService()
+RuntimeDirPropertyService &defaultService()
 {
-    static InProcessPropertyService service;
+    static RuntimeDirPropertyService service;
     return service;
 }
 

@@ -1,75 +1,81 @@
 // Host build of the playback engine library.
-// Default engine: a player and a metadata reader that exist but refuse every
-// operation, so a session on a PC without an engine comes up and reports
-// failures instead of crashing.
-#include <hostplatform/hostplatform.h>
+// Default engine: the player is a client of the playback service psserver
+// (GStreamer); the metadata reader reads the file itself in this process.
+#include "clientplayer.h"
 #include "filemetadata.h"
+
+#include <hostplatform/hostplatform.h>
+
+#include <QtCore/QMutex>
+#include <QtCore/QMutexLocker>
+#include <QtCore/QSet>
 
 #include <atomic>
 
 namespace {
 
-class UnavailablePlayer : public playback::SPPlayer
+// The engine objects alive in the process. A session gives up the player and
+// the reader of a stuck service without destroying them (calling into them
+// could block); they stay reachable here, and the player's threads end with
+// the process.
+template <typename T>
+class Registry
 {
 public:
-    int setUrl(const char *) override { return -1; }
-    int setSubUrl(const char *) override { return -1; }
-    int prepare(int, int) override { return -1; }
-    int play() override { return -1; }
-    int seekTo(long long) override { return -1; }
-    int pause() override { return -1; }
-    int stop() override { return -1; }
-    int reset() override { return -1; }
-    int getState() override { return STATE_IDLE; }
-    long long getDuration() override { return 0; }
-    long long getPosition() override { return 0; }
-    int setSpeed(double) override { return -1; }
-    double getSpeed() override { return 1.0; }
-    bool isTrickPlaySupported() override { return false; }
-    int getVolume() override { return 0; }
-    int changeStream(int, int) override { return -1; }
-    int getCurrentStream(int) override { return -1; }
-    int setStreamVolume(int) override { return -1; }
-    int setParameter(const char *, const char *, const void *, int) override { return -1; }
-    int getParameter(const char *, const char *, void *, int) override { return -1; }
-    int getSubtitleLanguage(int, char *) override { return -1; }
+    void add(T *object)
+    {
+        QMutexLocker lock(&m_mutex);
+        m_objects.insert(object);
+    }
+    // False for an object this registry does not hold.
+    bool remove(T *object)
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_objects.remove(object);
+    }
+
+private:
+    QMutex m_mutex;
+    QSet<T *> m_objects;
 };
 
-class UnavailableMetaData : public playback::SPMetaData
+Registry<playback::SPPlayer> &players()
 {
-public:
-    int setUrl(const char *) override { return -1; }
-    int getMediaType() override { return 0; }
-    long long getDuration() override { return 0; }
-    int getProgramNum() override { return 0; }
-    int getAudioStreamNum(int) override { return 0; }
-    int getVideoStreamNum(int) override { return 0; }
-    int getSubtitleStreamNum(int) override { return 0; }
-    int getAudioAttribute(int, int, AudioAttribute &) override { return -1; }
-    int getVideoAttribute(int, int, VideoAttribute &) override { return -1; }
-    const char *getMetaString(const char *) override { return nullptr; }
-    int getPicture(Picture &, int, int) override { return -1; }
-    bool isTagV2() override { return false; }
-};
+    static auto *registry = new Registry<playback::SPPlayer>; // never destroyed: see above
+    return *registry;
+}
+
+Registry<playback::SPMetaData> &readers()
+{
+    static auto *registry = new Registry<playback::SPMetaData>; // never destroyed: see above
+    return *registry;
+}
 
 class DefaultFactory : public hostplatform::EngineFactory
 {
 public:
-    playback::SPPlayer *createPlayer(const char *, playback::SPPlayer::CallBack *) override
+    playback::SPPlayer *createPlayer(const char *name, playback::SPPlayer::CallBack *callBack) override
     {
-        return new UnavailablePlayer;
+        auto *player = new hostplayback::ClientPlayer(name, callBack);
+        players().add(player);
+        return player;
     }
     void destroyPlayer(playback::SPPlayer *player) override
     {
-        delete static_cast<UnavailablePlayer *>(player);
+        if (players().remove(player))
+            delete static_cast<hostplayback::ClientPlayer *>(player);
     }
     playback::SPMetaData *createMetaData(const char *name, const char *config) override
     {
-        return hostplatform::createFileMetaData(name, config);
+        playback::SPMetaData *reader = hostplatform::createFileMetaData(name, config);
+        if (reader)
+            readers().add(reader);
+        return reader;
     }
     void destroyMetaData(playback::SPMetaData *metaData) override
     {
-        hostplatform::destroyFileMetaData(metaData);
+        if (readers().remove(metaData))
+            hostplatform::destroyFileMetaData(metaData);
     }
 };
 

@@ -1,25 +1,80 @@
 // Host build of the platform control singleton.
-// Default: vendor item 104 (the system codec) comes from ORVIC_SYSTEM_CODEC and
-// is empty when that is unset; every other item reads as empty.
+// Default: vendor item 104, the system codec, from ORVIC_SYSTEM_CODEC, else
+// from the "system_codec" line of the platform config file ($ORVIC_PLATFORM_CONFIG,
+// else $XDG_CONFIG_HOME/orvic/platform.conf or ~/.config/orvic/platform.conf);
+// empty when neither says. Every other item reads as empty.
+//
+// The config file holds "key = value" lines; '#' starts a comment.
 #include <hostplatform/hostplatform.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <string>
 
 namespace {
 
-class EnvironmentPlatformControl : public spplfctrl::SPPlatformControl
+const int kSystemCodecItem = 104;
+const char kSystemCodecKey[] = "system_codec";
+
+std::string trimmed(const std::string &text)
+{
+    const char *blanks = " \t\r\n";
+    const size_t first = text.find_first_not_of(blanks);
+    if (first == std::string::npos)
+        return std::string();
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+std::string configFilePath()
+{
+    if (const char *path = std::getenv("ORVIC_PLATFORM_CONFIG"))
+        return path;
+    if (const char *config = std::getenv("XDG_CONFIG_HOME")) {
+        if (*config)
+            return std::string(config) + "/orvic/platform.conf";
+    }
+    if (const char *home = std::getenv("HOME"))
+        return std::string(home) + "/.config/orvic/platform.conf";
+    return std::string();
+}
+
+// The value of `key` in the config file; empty when the file or the key is missing.
+std::string configValue(const std::string &key)
+{
+    const std::string path = configFilePath();
+    if (path.empty())
+        return std::string();
+    std::ifstream file(path);
+    std::string line;
+    while (std::getline(file, line)) {
+        const size_t comment = line.find('#');
+        if (comment != std::string::npos)
+            line.erase(comment);
+        const size_t equals = line.find('=');
+        if (equals != std::string::npos && trimmed(line.substr(0, equals)) == key)
+            return trimmed(line.substr(equals + 1));
+    }
+    return std::string();
+}
+
+std::string systemCodec()
+{
+    if (const char *text = std::getenv("ORVIC_SYSTEM_CODEC"))
+        return text;
+    return configValue(kSystemCodecKey);
+}
+
+class HostPlatformControl : public spplfctrl::SPPlatformControl
 {
 public:
     int Vendor_Data_Read_String(int item, int length, char *buffer) override
     {
         if (!buffer || length <= 0)
             return -1;
-        const char *text = item == 104 ? std::getenv("ORVIC_SYSTEM_CODEC") : nullptr;
-        if (!text)
-            text = "";
-        std::strncpy(buffer, text, size_t(length));
+        const std::string text = item == kSystemCodecItem ? systemCodec() : std::string();
+        std::strncpy(buffer, text.c_str(), size_t(length));
         return 0;
     }
 };
@@ -31,7 +86,7 @@ public:
     void releaseInstance(spplfctrl::SPPlatformControl *) override {}
 
 private:
-    EnvironmentPlatformControl m_instance;
+    HostPlatformControl m_instance;
 };
 
 DefaultProvider &defaultProvider()

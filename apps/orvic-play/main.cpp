@@ -1,0 +1,115 @@
+// orvic-play: plays a medium through QOrvicPlayerSession in a terminal.
+#include "orvicplay.h"
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QCoreApplication>
+#include <QtCore/QLoggingCategory>
+#include <QtCore/QSocketNotifier>
+
+#include <csignal>
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+int g_signalPipe[2] = {-1, -1};
+
+void onSignal(int)
+{
+    const char c = 1;
+    const ssize_t ignored = ::write(g_signalPipe[1], &c, 1);
+    (void)ignored;
+}
+
+const int kUsageError = 64;
+const int kInterrupted = 130;
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("orvic-play"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Plays a medium through the Orvic player session and shows its states, metadata,\n"
+        "progress, errors, media messages and subtitles.\n\n"
+        "Keys while playing in a terminal: space pause/play, left/right seek -/+5 s,\n"
+        "down/up seek -/+30 s, [ ] rate down/up, + - volume, m mute, a next audio stream,\n"
+        "s next subtitle stream, t subtitles on/off, q quit."));
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("media"), QStringLiteral("File path or URL to play."));
+    const QCommandLineOption metadataOnly(QStringLiteral("metadata-only"),
+                                          QStringLiteral("Open a metadata-only session, print the metadata and exit."));
+    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("One JSON object per event on stdout."));
+    const QCommandLineOption cover(QStringLiteral("cover"), QStringLiteral("Save the embedded picture as PNG."),
+                                   QStringLiteral("file.png"));
+    const QCommandLineOption start(QStringLiteral("start"), QStringLiteral("Start position in milliseconds."),
+                                   QStringLiteral("ms"));
+    const QCommandLineOption rate(QStringLiteral("rate"), QStringLiteral("Playback rate."), QStringLiteral("rate"));
+    const QCommandLineOption volume(QStringLiteral("volume"), QStringLiteral("Volume 0-100."), QStringLiteral("n"));
+    const QCommandLineOption systemCodec(QStringLiteral("system-codec"),
+                                         QStringLiteral("System codec (vendor item 104) for this run, e.g. GB18030."),
+                                         QStringLiteral("name"));
+    const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Show the library's own log lines."));
+    parser.addOptions({metadataOnly, json, cover, start, rate, volume, systemCodec, verbose});
+    parser.process(app);
+
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() != 1) {
+        std::fprintf(stderr, "orvic-play: give exactly one FILE or URL (see --help)\n");
+        return kUsageError;
+    }
+
+    PlayOptions options;
+    options.media = positional.first();
+    options.metadataOnly = parser.isSet(metadataOnly);
+    options.json = parser.isSet(json);
+    options.coverFile = parser.value(cover);
+    options.interactive = Terminal::isInteractive() && !options.json;
+    bool ok = true;
+    if (parser.isSet(start)) {
+        options.startMs = parser.value(start).toLongLong(&ok);
+        if (!ok || options.startMs < 0) {
+            std::fprintf(stderr, "orvic-play: --start takes milliseconds\n");
+            return kUsageError;
+        }
+    }
+    if (parser.isSet(rate)) {
+        options.rate = parser.value(rate).toFloat(&ok);
+        if (!ok) {
+            std::fprintf(stderr, "orvic-play: --rate takes a number\n");
+            return kUsageError;
+        }
+    }
+    if (parser.isSet(volume)) {
+        options.volume = parser.value(volume).toInt(&ok);
+        if (!ok || options.volume < 0 || options.volume > 100) {
+            std::fprintf(stderr, "orvic-play: --volume takes 0-100\n");
+            return kUsageError;
+        }
+    }
+    // The host platform control reads vendor item 104 from the environment.
+    if (parser.isSet(systemCodec))
+        qputenv("ORVIC_SYSTEM_CODEC", parser.value(systemCodec).toUtf8());
+    if (!parser.isSet(verbose))
+        QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
+
+    // Ctrl-C and termination end the session cleanly.
+    if (::pipe(g_signalPipe) == 0) {
+        std::signal(SIGINT, onSignal);
+        std::signal(SIGTERM, onSignal);
+    }
+
+    OrvicPlay player(options);
+    QSocketNotifier signalNotifier(g_signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &player, [&player]() {
+        char c;
+        const ssize_t ignored = ::read(g_signalPipe[0], &c, 1);
+        (void)ignored;
+        player.quit(kInterrupted);
+    });
+    QObject::connect(&player, &OrvicPlay::finished, &app, [&app]() { app.exit(0); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(&player, [&player]() { player.start(); }, Qt::QueuedConnection);
+    app.exec();
+    return player.exitCode();
+}

@@ -1,0 +1,140 @@
+// One playback engine of psserver: a GStreamer playbin driven by the calls of
+// one client player. Lives on a thread of its own so that a slow pipeline
+// operation never holds up the service's socket thread.
+#ifndef PSSERVER_PLAYBINENGINE_H
+#define PSSERVER_PLAYBINENGINE_H
+
+#include "subtitlescheduler.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+#include <QtCore/QTimer>
+#include <QtCore/QVariant>
+
+#include <gst/gst.h>
+
+#include <playback/spplayer.h>
+
+struct SinkConfig
+{
+    // gst-launch descriptions; empty means a synchronised fakesink.
+    QByteArray audioSink;
+    QByteArray videoSink;
+
+    // From ORVIC_AUDIO_SINK / ORVIC_VIDEO_SINK.
+    static SinkConfig fromEnvironment();
+};
+
+class PlaybinEngine : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Bounded waits of a preparation (preroll).
+    static constexpr int kPrepareLocalMs = 10000;
+    static constexpr int kPrepareNetworkMs = 30000;
+
+    explicit PlaybinEngine(const SinkConfig &sinks, QObject *parent = nullptr);
+    ~PlaybinEngine() override;
+
+    // Runs one operation of the client; the answer comes as replyReady (for
+    // a preparation once the preroll ended).
+    void handleCall(quint32 sequence, quint32 operation, const QVariantList &arguments);
+
+Q_SIGNALS:
+    void replyReady(quint32 sequence, const QVariant &result, const QByteArray &output);
+    void eventReady(quint32 event, const QVariantList &arguments);
+
+private:
+    using State = playback::SPPlayer::state_e;
+
+    bool createPipeline();
+    void destroyPipeline();
+
+    int setUrl(const QString &url);
+    int setSubUrl(const QString &url);
+    void prepare(quint32 sequence);
+    int play();
+    int seekTo(qint64 positionMs);
+    int pause();
+    int stop();
+    int reset();
+    qint64 position();
+    bool queryPosition(gint64 *ns) const;
+    qint64 duration();
+    int setSpeed(double rate);
+    int changeStream(int type, int index);
+    int currentStream(int type) const;
+    int setStreamVolume(int volume);
+    int setParameter(const QByteArray &key, const QByteArray &value);
+    int getParameter(const QByteArray &key, QByteArray *output) const;
+    int subtitleLanguage(int index, QByteArray *output) const;
+
+    void finishPrepare(int result);
+    void checkPrerollProgress();
+    bool demuxerHaltedWithoutStreams() const;
+    void cancelPrepare();
+    void setEngineState(State state);
+    void emitEvent(quint32 event, const QVariantList &arguments = QVariantList());
+    bool isPrepared() const;
+    bool seekWithRate(double rate, qint64 positionMs);
+    void seekSettled();
+    void clearSeek();
+    void setPlayFlag(int flag, bool on);
+    int streamCount(const char *property) const;
+
+    // Pipeline side; these run on the engine thread.
+    void handleMessage(GstMessage *message);
+    void handleError(GstMessage *message);
+    void handleWarning(GstMessage *message);
+    void handleBuffering(GstMessage *message);
+    void addSubtitleSample(qint64 startMs, qint64 durationMs, const QByteArray &text);
+    void updateSubtitle();
+    void updateTicking();
+    void reportStreamCounts(bool onlyChanges);
+
+    // Streaming-thread entry points.
+    static GstBusSyncReply busSyncHandler(GstBus *bus, GstMessage *message, gpointer self);
+    static GstFlowReturn onNewTextSample(GstElement *sink, gpointer self);
+    static void onAboutToFinish(GstElement *playbin, gpointer self);
+    static void onStreamsChanged(GstElement *playbin, gpointer self);
+
+    SinkConfig m_sinks;
+    GstElement *m_playbin = nullptr;
+    GstElement *m_textSink = nullptr;
+
+    State m_state = playback::SPPlayer::STATE_IDLE;
+    QString m_uri;
+    bool m_network = false;
+    bool m_seekable = false;
+    qint64 m_durationMs = 0;
+    qint64 m_lastPositionMs = 0;
+    double m_rate = 1.0;
+    int m_volume = 100;
+    bool m_subtitleOn = false;
+    bool m_videoOn = true;
+    bool m_audioOn = true;
+    int m_bufferingPercent = -1; // last reported
+    QElapsedTimer m_bufferingReported;
+    QList<int> m_noticesSent;
+    bool m_aboutToFinishSent = false;
+    // Stream counts (video, audio, text) as last reported.
+    int m_streamCounts[3] = {0, 0, 0};
+
+    bool m_preparePending = false;
+    quint32 m_prepareSequence = 0;
+    QTimer m_prepareTimer;
+    QTimer m_prerollCheck;
+    int m_haltedChecks = 0;
+    // Until a seek has settled the pipeline's position is that of before the
+    // flush or in between: the target is reported instead.
+    QTimer m_seekSettle;
+    bool m_seekPending = false;
+    bool m_speedPending = false;
+    QTimer m_tick;
+    SubtitleScheduler m_subtitles;
+};
+
+#endif // PSSERVER_PLAYBINENGINE_H

@@ -1,0 +1,65 @@
+// psserver's socket side: accepts client players on the local socket,
+// answers liveness pings at once and hands calls to one engine per client.
+#ifndef PSSERVER_SERVER_H
+#define PSSERVER_SERVER_H
+
+#include "playbinengine.h"
+#include "psprotocol.h"
+
+#include <QtCore/QList>
+#include <QtCore/QObject>
+#include <QtCore/QPointer>
+
+class QLocalServer;
+class QLocalSocket;
+class QThread;
+
+class ClientConnection : public QObject
+{
+    Q_OBJECT
+
+public:
+    ClientConnection(QLocalSocket *socket, const SinkConfig &sinks, QObject *parent);
+    ~ClientConnection() override;
+
+    // Ends the engine; `wait`: until its thread has finished.
+    void endEngine(bool wait);
+
+Q_SIGNALS:
+    void closed(ClientConnection *connection);
+
+private:
+    void readFrames();
+    void handleFrame(const psprotocol::Frame &frame);
+    void ensureEngine();
+    void send(const psprotocol::Frame &frame);
+
+    QLocalSocket *m_socket;
+    SinkConfig m_sinks;
+    psprotocol::FrameReader m_reader;
+    PlaybinEngine *m_engine = nullptr;
+    QThread *m_engineThread = nullptr;
+};
+
+class Server : public QObject
+{
+    Q_OBJECT
+
+public:
+    Server(const QString &socketPath, const SinkConfig &sinks, QObject *parent = nullptr);
+    ~Server() override;
+
+    bool listen();
+    // Closes the socket and ends every engine, waiting for each.
+    void shutdown();
+
+private:
+    void acceptConnections();
+
+    QString m_socketPath;
+    SinkConfig m_sinks;
+    QLocalServer *m_server;
+    QList<QPointer<ClientConnection>> m_connections;
+};
+
+#endif // PSSERVER_SERVER_H

@@ -1,0 +1,257 @@
+// The host property service with its real controller: psserver started,
+// stopped and reported through ctl.start, ctl.stop and init.svc.psserver,
+// seen alike by every process of the user.
+#include "e2esupport.h"
+
+#include <cutils/properties.h>
+#include <hostruntime.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtTest/QtTest>
+
+#include <csignal>
+#include <memory>
+#include <sys/resource.h>
+#include <thread>
+#include <vector>
+
+using namespace orvice2e;
+
+namespace {
+
+QString propctl()
+{
+    return qEnvironmentVariable("ORVIC_PROPCTL");
+}
+
+// Runs the second-process tool and returns what it printed.
+QByteArray inOtherProcess(const QStringList &arguments)
+{
+    QProcess process;
+    process.start(propctl(), arguments);
+    if (!process.waitForFinished(10000))
+        return "<no answer>";
+    return process.readAllStandardOutput().trimmed();
+}
+
+QByteArray propertyValue(const char *key)
+{
+    char value[PROPERTY_VALUE_MAX] = {};
+    property_get(key, value, "<default>");
+    return value;
+}
+
+// Alive and not a zombie waiting to be reaped.
+bool processAlive(pid_t pid)
+{
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray text = stat.readAll();
+    const int close = text.lastIndexOf(')');
+    return close > 0 && text.size() > close + 2 && text.at(close + 2) != 'Z';
+}
+
+// psserver processes of the runtime directory `dir` that are alive.
+int daemonsFor(const QString &dir)
+{
+    int count = 0;
+    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &entry : entries) {
+        bool isPid = false;
+        const int pid = entry.toInt(&isPid);
+        if (!isPid)
+            continue;
+        QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        if (!cmdline.open(QIODevice::ReadOnly))
+            continue;
+        const QList<QByteArray> arguments = cmdline.readAll().split('\0');
+        if (arguments.size() >= 3 && arguments.at(0).endsWith("/psserver") && arguments.at(2) == dir.toUtf8()
+            && processAlive(pid))
+            ++count;
+    }
+    return count;
+}
+
+} // namespace
+
+class tst_E2ePropertyService : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void startStopStatus();
+    void secondProcessSeesSameState();
+    void goneDaemonIsStopped_data();
+    void goneDaemonIsStopped();
+    void frozenDaemonIsNotRunningAndStops();
+    void concurrentStartsFromProcessesStartOne();
+    void concurrentStartsFromThreadsStartOne();
+    void daemonEndsWhenItsSocketGoes();
+    void missingExecutableDoesNotStart();
+
+private:
+    std::unique_ptr<RuntimeDir> m_runtime;
+};
+
+void tst_E2ePropertyService::init()
+{
+    QVERIFY(!propctl().isEmpty());
+    m_runtime.reset(new RuntimeDir);
+    QVERIFY(m_runtime->isValid());
+}
+
+void tst_E2ePropertyService::cleanup()
+{
+    m_runtime.reset();
+    qunsetenv("ORVIC_PSSERVER");
+}
+
+void tst_E2ePropertyService::startStopStatus()
+{
+    QCOMPARE(serviceStatus(), QByteArray("stopped")); // never started
+    QCOMPARE(startService(), 0);
+    const pid_t daemon = daemonPid();
+    QVERIFY(daemon > 0);
+    QTRY_COMPARE_WITH_TIMEOUT(serviceStatus(), QByteArray("running"), 20000);
+
+    QCOMPARE(startService(), 0); // running already: nothing more is started
+    QCOMPARE(daemonPid(), daemon);
+    QCOMPARE(daemonsFor(m_runtime->path()), 1);
+
+    QCOMPARE(stopService(), 0);
+    QCOMPARE(serviceStatus(), QByteArray("stopped")); // ctl.stop returns once it is gone
+    QCOMPARE(daemonPid(), 0);
+    QTRY_VERIFY(!processAlive(daemon)); // its lock went first, on the way out
+    QCOMPARE(stopService(), 0); // stopping a stopped service is fine
+
+    QVERIFY(startServiceAndWait());
+    QVERIFY(daemonPid() != daemon);
+    QVERIFY(m_runtime->daemonLog().contains("terminating on signal")); // the first one ended on SIGTERM
+}
+
+void tst_E2ePropertyService::secondProcessSeesSameState()
+{
+    QCOMPARE(inOtherProcess({"get", "init.svc.psserver"}), QByteArray("stopped"));
+    QVERIFY(startServiceAndWait());
+    QCOMPARE(inOtherProcess({"get", "init.svc.psserver"}), QByteArray("running"));
+
+    QCOMPARE(property_set("persist.orvic.volume", "35"), 0);
+    QCOMPARE(inOtherProcess({"get", "persist.orvic.volume"}), QByteArray("35"));
+    QCOMPARE(inOtherProcess({"set", "persist.orvic.muted", "1"}), QByteArray("0"));
+    QCOMPARE(propertyValue("persist.orvic.muted"), QByteArray("1"));
+
+    // Started here, stopped there.
+    const pid_t daemon = daemonPid();
+    QCOMPARE(inOtherProcess({"set", "ctl.stop", "psserver"}), QByteArray("0"));
+    QCOMPARE(serviceStatus(), QByteArray("stopped"));
+    QTRY_VERIFY(!processAlive(daemon));
+    // Started there, seen here.
+    QCOMPARE(inOtherProcess({"set", "ctl.start", "psserver"}), QByteArray("0"));
+    QTRY_COMPARE_WITH_TIMEOUT(serviceStatus(), QByteArray("running"), 20000);
+}
+
+void tst_E2ePropertyService::goneDaemonIsStopped_data()
+{
+    QTest::addColumn<int>("sig");
+    QTest::newRow("killed") << int(SIGKILL);
+    QTest::newRow("crashed") << int(SIGSEGV);
+    QTest::newRow("exited") << int(SIGTERM);
+}
+
+void tst_E2ePropertyService::goneDaemonIsStopped()
+{
+    QFETCH(int, sig);
+    // The daemon inherits the limit: a crash leaves no core file behind.
+    const rlimit noCore{0, 0};
+    QCOMPARE(setrlimit(RLIMIT_CORE, &noCore), 0);
+    QVERIFY(startServiceAndWait());
+    const pid_t daemon = daemonPid();
+    QVERIFY(signalDaemon(sig));
+    QTRY_COMPARE_WITH_TIMEOUT(serviceStatus(), QByteArray("stopped"), 5000);
+    QTRY_VERIFY(!processAlive(daemon));
+    // ... and it can be started again.
+    QVERIFY(startServiceAndWait());
+    QVERIFY(daemonPid() != daemon);
+}
+
+void tst_E2ePropertyService::frozenDaemonIsNotRunningAndStops()
+{
+    QVERIFY(startServiceAndWait());
+    const pid_t daemon = daemonPid();
+    QVERIFY(signalDaemon(SIGSTOP));
+    QCOMPARE(serviceStatus(), QByteArray("unresponsive"));
+    QCOMPARE(inOtherProcess({"get", "init.svc.psserver"}), QByteArray("unresponsive"));
+    QCOMPARE(startService(), 0); // still there: no second daemon
+    QCOMPARE(daemonPid(), daemon);
+
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(stopService(), 0);
+    QVERIFY(timer.elapsed() < 2500);
+    QCOMPARE(serviceStatus(), QByteArray("stopped"));
+    QTRY_VERIFY(!processAlive(daemon));
+}
+
+void tst_E2ePropertyService::concurrentStartsFromProcessesStartOne()
+{
+    const int starters = 6;
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (int i = 0; i < starters; ++i) {
+        processes.emplace_back(new QProcess);
+        processes.back()->start(propctl(), {"set", "ctl.start", "psserver"});
+    }
+    for (auto &process : processes) {
+        QVERIFY(process->waitForFinished(20000));
+        QCOMPARE(process->exitCode(), 0);
+        QCOMPARE(process->readAllStandardOutput().trimmed(), QByteArray("0"));
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(serviceStatus(), QByteArray("running"), 20000);
+    QCOMPARE(daemonsFor(m_runtime->path()), 1);
+    const QByteArray log = m_runtime->daemonLog();
+    QCOMPARE(log.count("listening on"), 1);
+    QVERIFY2(!log.contains("another psserver runs"), log.constData());
+}
+
+void tst_E2ePropertyService::concurrentStartsFromThreadsStartOne()
+{
+    const int starters = 4;
+    std::vector<int> results(starters, -99);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < starters; ++i)
+        threads.emplace_back([&results, i] { results[i] = property_set("ctl.start", "psserver"); });
+    for (std::thread &t : threads)
+        t.join();
+    QCOMPARE(results, std::vector<int>(starters, 0));
+    QTRY_COMPARE_WITH_TIMEOUT(serviceStatus(), QByteArray("running"), 20000);
+    QCOMPARE(daemonsFor(m_runtime->path()), 1);
+    QCOMPARE(m_runtime->daemonLog().count("listening on"), 1);
+}
+
+// Nobody can reach a daemon whose socket was removed; it does not linger.
+void tst_E2ePropertyService::daemonEndsWhenItsSocketGoes()
+{
+    QVERIFY(startServiceAndWait());
+    const pid_t daemon = daemonPid();
+    QVERIFY(QFile::remove(QString::fromStdString(hostruntime::socketPath(m_runtime->path().toStdString()))));
+    QTRY_VERIFY_WITH_TIMEOUT(!processAlive(daemon), 5000);
+    QCOMPARE(serviceStatus(), QByteArray("stopped"));
+    QVERIFY(m_runtime->daemonLog().contains("is gone"));
+}
+
+void tst_E2ePropertyService::missingExecutableDoesNotStart()
+{
+    qputenv("ORVIC_PSSERVER", QByteArray(ORVIC_E2E_MEDIA_DIR "/no-such-psserver"));
+    QCOMPARE(startService(), -1);
+    QCOMPARE(serviceStatus(), QByteArray("stopped"));
+    QCOMPARE(daemonsFor(m_runtime->path()), 0);
+}
+
+QTEST_GUILESS_MAIN(tst_E2ePropertyService)
+#include "tst_e2e_propertyservice.moc"
