@@ -1,6 +1,7 @@
 #include "adaptorharness.h"
 #include "enginerecords.h"
 
+#include <QtCore/QThread>
 #include <QtMultimedia/QMediaMetaData>
 
 namespace orvictest {
@@ -278,6 +279,24 @@ void AdaptorHarness::openIn(const QString &url, QOrvicPlayerSession::PlayerState
     d->mCurrentState = state;
     checker.reset(new StateTransitionChecker(session.get()));
     clear();
+}
+
+
+void AdaptorHarness::stopDuringEngineCall(const QString &op)
+{
+    QOrvicPlayerSession *target = session.get();
+    QOrvicPlayerSessionPrivate *adaptor = d;
+    player()->setHook(op, [this, target, adaptor] {
+        m_stopper = std::thread([target] { target->stop(); });
+        while (!adaptor->mIsStopping.loadAcquire())
+            QThread::yieldCurrentThread();
+    });
+}
+
+void AdaptorHarness::joinStop()
+{
+    if (m_stopper.joinable())
+        m_stopper.join();
 }
 
 } // namespace orvictest

@@ -16,6 +16,7 @@
 
 #include <functional>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace orvictest {
@@ -81,6 +82,10 @@ public:
     // Opens `url`, then puts the adaptor into `state` directly (no
     // announcement), restarts the checker there and clears the records.
     void openIn(const QString &url, QOrvicPlayerSession::PlayerState state);
+    // Makes the player's `op` start the session's stop() on another thread and
+    // hold until that stop has raised its flag; joinStop() waits for the stop.
+    void stopDuringEngineCall(const QString &op);
+    void joinStop();
 
     ScriptedPropertyService props;
     ScriptedPlatformControl control;
@@ -98,6 +103,7 @@ private:
     Medium m_medium = Medium::Plain;
     std::function<void(ScriptedPlayer *)> m_extraPlayerSetup;
     std::vector<std::unique_ptr<QOrvicPlayerSession>> m_extra;
+    std::thread m_stopper;
 };
 
 // Destroys the harness (if any) and returns the state transitions its checker

@@ -385,19 +385,13 @@ void tst_AdaptorOpen::stopDuringPrepare()
     ScriptedPlayer *player = h->player();
     player->script().setDefault("getState", int(playback::SPPlayer::STATE_PREPARED));
     QOrvicPlayerSessionPrivate *d = h->d;
-    QOrvicPlayerSession *session = h->session.get();
 
     // prepare() blocks until a stop has started on another thread; the stop
     // then waits for the player lock that the open holds.
-    std::thread stopper;
-    player->setHook("prepare", [&] {
-        stopper = std::thread([session] { session->stop(); });
-        while (!d->mIsStopping.loadAcquire())
-            QThread::yieldCurrentThread();
-    });
+    h->stopDuringEngineCall("prepare");
 
     d->setMedia(kMovie);
-    stopper.join();
+    h->joinStop();
 
     QVERIFY(h->log->contains("D/OPSession setMedia(#):stop process is doing or done"));
     // Nothing of the medium is published; the stop's states follow the open's.
@@ -414,18 +408,11 @@ void tst_AdaptorOpen::stopDuringPrepareThroughCommandQueue()
 {
     h->useMedium(Medium::LocalVideo);
     h->start();
-    ScriptedPlayer *player = h->player();
-    QOrvicPlayerSessionPrivate *d = h->d;
     QOrvicPlayerSession *session = h->session.get();
-    std::thread stopper;
-    player->setHook("prepare", [&] {
-        stopper = std::thread([session] { session->stop(); });
-        while (!d->mIsStopping.loadAcquire())
-            QThread::yieldCurrentThread();
-    });
+    h->stopDuringEngineCall("prepare");
 
     session->manageActList(S::Msg_SetMedia, kMovie);
-    stopper.join();
+    h->joinStop();
 
     QVERIFY(h->log->contains("D/OPSession setMedia(#):stop process is doing or done"));
     // The engine was still idle when the stop asked (getState() answers 0),

@@ -298,15 +298,10 @@ void tst_AdaptorTransport::playStoppedDuringEnginePlay()
     player->script().setDefault("getState", int(playback::SPPlayer::STATE_PLAYING));
     QOrvicPlayerSessionPrivate *d = h->d;
     QOrvicPlayerSession *session = h->session.get();
-    std::thread stopper;
-    player->setHook("play", [&] {
-        stopper = std::thread([session] { session->stop(); });
-        while (!d->mIsStopping.loadAcquire())
-            QThread::yieldCurrentThread();
-    });
+    h->stopDuringEngineCall("play");
 
     d->play();
-    stopper.join();
+    h->joinStop();
 
     // Player_Play is not announced over the running stop.
     QVERIFY(h->log->containsInOrder({"D/OPSession play(#):pe play return value 0",
