@@ -258,8 +258,20 @@ QString QOrvicMetaDataSession::fromCharToQstring(const char *text)
 
 QString QOrvicMetaDataSession::SubCharToQstring(const char *text, SubtStrType_e type)
 {
+    return SubCharToQstring(text, type, 0);
+}
+
+QString QOrvicMetaDataSession::SubCharToQstring(const char *text, SubtStrType_e type, int length)
+{
     if (!text)
         return QString();
+    // A byte text of known size is copied up to that size (and its first NUL),
+    // so that decoding, which runs to a NUL, stays inside what the engine gave.
+    QByteArray bounded;
+    if (length > 0 && type != SubtStr_Utf16LE && type != SubtStr_Utf16BE) {
+        bounded = QByteArray(text, int(qstrnlen(text, uint(length))));
+        text = bounded.constData();
+    }
     switch (type) {
     case SubtStr_Latin1:
         return QOrvicMetaData::decodeWithCodec(QString::fromLatin1(kLatin1), text);
@@ -268,19 +280,22 @@ QString QOrvicMetaDataSession::SubCharToQstring(const char *text, SubtStrType_e 
     case SubtStr_Utf16LE:
     case SubtStr_Utf16BE: {
         // Assembled on the stack: subtitle lines arrive on the engine's thread
-        // many times a second.
+        // many times a second. Only whole units within a given size are read.
+        const int limit = length > 0 ? qMin(length / 2, kUtf16SubtitleUnits) : kUtf16SubtitleUnits;
         ushort units[kUtf16SubtitleUnits];
         const uchar *bytes = reinterpret_cast<const uchar *>(text);
         const bool littleEndian = type == SubtStr_Utf16LE;
         int count = 0;
-        for (; count < kUtf16SubtitleUnits; ++count) {
+        for (; count < limit; ++count) {
             const uchar first = bytes[2 * count];
             const uchar second = bytes[2 * count + 1];
             if (first == 0 && second == 0)
                 break;
             units[count] = littleEndian ? ushort(first | second << 8) : ushort(first << 8 | second);
         }
-        return QString::fromUtf16(units, count);
+        // The units as they are: a leading byte-order mark is text of the
+        // line like any other unit, the declared order already applied.
+        return QString(reinterpret_cast<const QChar *>(units), count);
     }
     }
 

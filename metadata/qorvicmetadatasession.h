@@ -51,6 +51,9 @@ public:
     QString detectEncoding(const char *a, const char *b, const char *c);
     QString fromCharToQstring(const char *text);
     QString SubCharToQstring(const char *text, SubtStrType_e type);
+    // The same for a line of which the engine tells the size: a positive
+    // `length` (bytes) is never read past; 0 or less means "up to the end mark".
+    QString SubCharToQstring(const char *text, SubtStrType_e type, int length);
 
     // Releases every heap block of `meta` (attribute blocks and the tag block)
     // and nulls the pointers.

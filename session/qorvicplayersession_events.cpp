@@ -111,12 +111,12 @@ void MSPCBK_NavQueue::mediaAvailableChanged(playback::SPPlayer::stream_type_e ty
 
 void MSPCBK_NavQueue::subtitleChanged(char *text, char type, int length)
 {
-    Q_UNUSED(length); // the declared encoding tells where the text ends
     QOrvicMetaDataSession *metaSession = mAdaptor->mMetaSession;
     if (!text || !metaSession)
         return;
     const auto encoding = static_cast<QOrvicMetaDataSession::SubtStrType_e>(static_cast<unsigned char>(type));
-    const QString line = metaSession->SubCharToQstring(text, encoding);
+    // The line ends at its end mark, and never past a size the engine gives.
+    const QString line = metaSession->SubCharToQstring(text, encoding, length);
     // Lines keep coming while subtitles are hidden; only shown ones are published.
     if (mAdaptor->mSubtitleOn)
         Q_EMIT mAdaptor->q->metaDataChanged(QMediaMetaData::SubTitle, QVariant(line));
