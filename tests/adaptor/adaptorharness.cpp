@@ -233,7 +233,7 @@ void AdaptorHarness::start(QMediaPlayer::Flags flags)
     session.reset(new QOrvicPlayerSession(flags));
     d = QOrvicPlayerSessionPrivate::get(session.get());
     recorder.reset(new SessionRecorder(session.get()));
-    checker.reset(new StateTransitionChecker(session.get()));
+    checker.reset(new StateTransitionChecker(session.get(), log.get()));
     clear();
 }
 
@@ -277,7 +277,7 @@ void AdaptorHarness::openIn(const QString &url, QOrvicPlayerSession::PlayerState
 {
     d->setMedia(url);
     d->mCurrentState = state;
-    checker.reset(new StateTransitionChecker(session.get()));
+    checker.reset(new StateTransitionChecker(session.get(), log.get()));
     clear();
 }
 

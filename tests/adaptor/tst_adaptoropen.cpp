@@ -215,7 +215,7 @@ void tst_AdaptorOpen::reopenBusyEngine()
     h->useMedium(Medium::LocalVideo);
     h->start();
     h->d->mCurrentState = S::PlayerState(state);
-    h->checker.reset(new StateTransitionChecker(h->session.get()));
+    h->checker.reset(new StateTransitionChecker(h->session.get(), h->log.get()));
 
     h->d->setMedia(kMovie);
 
@@ -433,12 +433,13 @@ void tst_AdaptorOpen::stoppedWhileReadingMetadata()
     h->useMedium(Medium::LocalVideo);
     h->start();
     QOrvicPlayerSessionPrivate *d = h->d;
-    h->player()->setHook("isTrickPlaySupported", [d] { d->mCurrentState = S::Player_Stop; });
+    h->player()->setHook("isTrickPlaySupported", [d] { d->stop(); });
 
     d->setMedia(kMovie);
 
     QVERIFY(h->log->contains("D/OPSession setMedia(#):stop process is doing or done"));
-    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(3)", "stateChanged(4)"}));
+    QCOMPARE(h->signalTexts(), QStringList({"stateChanged(3)", "stateChanged(4)", "stateChanged(3)",
+                                            "stateChanged(2)"}));
     QCOMPARE(h->session->state(), S::Player_Stop);
 }
 

@@ -677,6 +677,7 @@ void tst_AdaptorTransport::readersWithoutEngine()
     h->start();
     h->d->release();
     h->d->mCurrentState = S::Player_FF;
+    h->checker.reset(new StateTransitionChecker(h->session.get(), h->log.get()));
     h->clear();
 
     QCOMPARE(h->session->position(), qint64(0));

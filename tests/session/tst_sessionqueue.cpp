@@ -144,7 +144,7 @@ void tst_SessionQueue::init()
     m_log.reset(new LogCapture);
     m_session.reset(new Session(QMediaPlayer::Flags{}));
     d = QOrvicPlayerSessionPrivate::get(m_session.get());
-    m_checker.reset(new StateTransitionChecker(m_session.get()));
+    m_checker.reset(new StateTransitionChecker(m_session.get(), m_log.get()));
     m_log->clear();
     m_engine->recorder().clear();
 }

@@ -41,13 +41,31 @@ void LogCapture::handler(QtMsgType type, const QMessageLogContext &context, cons
 void LogCapture::append(const LogEntry &entry)
 {
     std::function<void(const LogEntry &)> observer;
+    QList<std::function<void(const LogEntry &)>> extra;
     {
         QMutexLocker lock(&m_mutex);
         m_entries.append(entry);
         observer = m_observer;
+        extra = m_extraObservers.values();
     }
+    for (const auto &watch : qAsConst(extra))
+        watch(entry);
     if (observer)
         observer(entry);
+}
+
+int LogCapture::addObserver(std::function<void(const LogEntry &)> observer)
+{
+    QMutexLocker lock(&m_mutex);
+    const int id = m_nextObserverId++;
+    m_extraObservers.insert(id, std::move(observer));
+    return id;
+}
+
+void LogCapture::removeObserver(int id)
+{
+    QMutexLocker lock(&m_mutex);
+    m_extraObservers.remove(id);
 }
 
 void LogCapture::setObserver(std::function<void(const LogEntry &)> observer)

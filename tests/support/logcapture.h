@@ -6,6 +6,7 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
+#include <QtCore/QMap>
 #include <QtCore/QMutex>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QString>
@@ -65,6 +66,10 @@ public:
     // recorded and with no lock held, so it may block that thread (to hold a
     // command at a known point). Lines the observer logs itself are not captured.
     void setObserver(std::function<void(const LogEntry &)> observer);
+    // Further observers beside that one (e.g. a state checker that watches
+    // which operation logs), called the same way; the id removes one again.
+    int addObserver(std::function<void(const LogEntry &)> observer);
+    void removeObserver(int id);
 
 private:
     static void handler(QtMsgType type, const QMessageLogContext &context, const QString &message);
@@ -73,6 +78,8 @@ private:
     mutable QMutex m_mutex;
     QList<LogEntry> m_entries;
     std::function<void(const LogEntry &)> m_observer;
+    QMap<int, std::function<void(const LogEntry &)>> m_extraObservers;
+    int m_nextObserverId = 0;
     QtMessageHandler m_previous;
 };
 
