@@ -47,6 +47,9 @@ void QOrvicPlayerSessionPrivate::setMedia(QString url)
     }
 
     mAvailableRanges = QMediaTimeRange();
+    // The streams of the previous medium are gone with it; the new medium's
+    // are known once its metadata is collected.
+    setStreamCounts(0, 0);
     mCurrentUrl = url;
     const QByteArray path = url.toUtf8();
 
@@ -113,6 +116,7 @@ void QOrvicPlayerSessionPrivate::setMedia(QString url)
             mMetaSession->fillMetadataMap(mMetaDataMap, mMetaData);
         Q_EMIT q->metadataChanged(QVariantMap(mMetaDataMap));
         Q_EMIT q->seekableChanged(mMetaData.trickPlay);
+        setStreamCountsFromMetaData();
         OPSESSION_LOG("D/OPSession %s(%d):open file emit total time %d isvideo %d is audio %d",
                       int(mMetaData.totalTime), int(q->isVideoAvailable()), int(q->isAudioAvailable()));
         Q_EMIT q->positionChanged(0);
@@ -138,6 +142,31 @@ void QOrvicPlayerSessionPrivate::openMetadata(QString url)
     mMetaSession->updateAVMetadata(mMetaData);
     mMetaSession->fillMetadataMap(mMetaDataMap, mMetaData);
     Q_EMIT q->metadataChanged(QVariantMap(mMetaDataMap));
+    setStreamCountsFromMetaData();
+}
+
+void QOrvicPlayerSessionPrivate::setStreamCounts(int audio, int video)
+{
+    const bool hadVideo = mVideoStreamNum != 0;
+    const bool hadAudio = mAudioStreamNum != 0;
+    mVideoStreamNum = video;
+    mAudioStreamNum = audio;
+    if (hadVideo != (video != 0))
+        Q_EMIT q->videoAvailableChanged(video != 0);
+    if (hadAudio != (audio != 0))
+        Q_EMIT q->audioAvailableChanged(audio != 0);
+}
+
+void QOrvicPlayerSessionPrivate::setStreamCountsFromMetaData()
+{
+    // A medium without a block has none of those streams. The collection
+    // leaves the video block of an earlier medium in place when this one is
+    // not a video, so the block counts only for a video medium.
+    const int kVideoMedium = 2;
+    const int audio = mMetaData.audioAttribute ? mMetaData.audioAttribute->audioStreamNum : 0;
+    const int video = mMetaData.videoAttribute && mMetaData.mediaType == kVideoMedium
+        ? mMetaData.videoAttribute->videoStreamNum : 0;
+    setStreamCounts(audio, video);
 }
 
 void QOrvicPlayerSessionPrivate::openVideoThumbnail(QString url)

@@ -114,6 +114,9 @@ void QOrvicPlayerSessionPrivate::init()
     mMetaData.videoAttribute = nullptr;
     mMetaData.audioAttribute = nullptr;
     mMetaData.subtitleAttribute = nullptr;
+    // A fresh engine has no medium: after a restart nothing is available
+    // until the medium is opened again.
+    setStreamCounts(0, 0);
     setState(QOrvicPlayerSession::Player_Initialized);
     mPlaybackRate = float(playbackRate());
 }

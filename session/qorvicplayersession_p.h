@@ -39,6 +39,10 @@ public:
     void openMetadata(QString url);
     void openVideoThumbnail(QString url);
     void setResumeData(QMediaPlayer::ResumeData *data);
+    // Stores the open medium's audio and video stream counts and announces a
+    // change of availability (videoAvailableChanged first, then audio).
+    void setStreamCounts(int audio, int video);
+    void setStreamCountsFromMetaData();
 
     // Transport.
     void setState(QOrvicPlayerSession::PlayerState state);

@@ -141,8 +141,13 @@ QStringList localOpenSignals()
 {
     return {"stateChanged(3)", "stateChanged(4)",
             QStringLiteral("metadataChanged(%1 keys)").arg(localVideoKeys().size()),
-            "seekableChanged(true)", "positionChanged(0)", "durationChanged(120000)",
-            "playbackRateChanged(1)"};
+            "seekableChanged(true)", "videoAvailableChanged(true)", "audioAvailableChanged(true)",
+            "positionChanged(0)", "durationChanged(120000)", "playbackRateChanged(1)"};
+}
+
+QStringList availabilityDropped()
+{
+    return {"videoAvailableChanged(false)", "audioAvailableChanged(false)"};
 }
 
 } // namespace media

@@ -43,6 +43,8 @@ QStringList withoutSubtitlesKeys();
 // Player_Stop: the engine calls (without the metadata queries) and the signals.
 QStringList localOpenCalls(const QString &url);
 QStringList localOpenSignals();
+// The local video's streams gone (a new open or a service restart).
+QStringList availabilityDropped();
 } // namespace media
 
 enum class Medium { Plain, LocalVideo, AudioOnly, WithoutSubtitles };

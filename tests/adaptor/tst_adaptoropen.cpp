@@ -88,7 +88,7 @@ void tst_AdaptorOpen::openLocalMedium()
         "D/OPSession setMedia(#):open file /media/movie.mkv return value 0 ",
         "D/OPSession setState(#):emit state 3",
         "D/OPSession setState(#):emit state 4",
-        "D/OPSession setMedia(#):open file emit total time 120000 isvideo 0 is audio 0",
+        "D/OPSession setMedia(#):open file emit total time 120000 isvideo 1 is audio 1",
     }));
 
     QCOMPARE(maps.size(), 1);
@@ -109,11 +109,12 @@ void tst_AdaptorOpen::openLocalMedium()
     QVERIFY(!h->d->mIsNetwork);
     QCOMPARE(h->d->mResumePosition, qint64(0));
     QCOMPARE(h->session->availablePlaybackRanges(), QMediaTimeRange());
-    // Seekability and the stream counts are announced, not stored, by an open:
-    // the getters keep what the engine callbacks reported (nothing here).
+    // Seekability is announced, not stored, by an open: the getter keeps what
+    // the engine callbacks reported (nothing here). The stream counts come
+    // from the collected metadata.
     QVERIFY(!h->session->isSeekable());
-    QVERIFY(!h->session->isVideoAvailable());
-    QVERIFY(!h->session->isAudioAvailable());
+    QVERIFY(h->session->isVideoAvailable());
+    QVERIFY(h->session->isAudioAvailable());
 }
 
 void tst_AdaptorOpen::publishedMapComesFromTheRecord()
@@ -132,8 +133,9 @@ void tst_AdaptorOpen::publishedMapComesFromTheRecord()
     QCOMPARE(map.value(QMediaMetaData::Duration).toLongLong(), 200000);
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(3)", "stateChanged(4)",
                                             mapSignal(media::audioOnlyKeys().size()),
-                                            "seekableChanged(false)", "positionChanged(0)",
-                                            "durationChanged(200000)", "playbackRateChanged(1)"}));
+                                            "seekableChanged(false)", "audioAvailableChanged(true)",
+                                            "positionChanged(0)", "durationChanged(200000)",
+                                            "playbackRateChanged(1)"}));
 }
 
 void tst_AdaptorOpen::networkPrefixes_data()
@@ -303,6 +305,7 @@ void tst_AdaptorOpen::prepareFailureMetadataOnly()
 
     // What the reader found is published before the error.
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(3)", mapSignal(media::localVideoKeys().size()),
+                                            "videoAvailableChanged(true)", "audioAvailableChanged(true)",
                                             "error(1,video format not support)"}));
     QCOMPARE(QStringList(maps.at(0).at(0).toMap().keys()), media::localVideoKeys());
     QCOMPARE(h->session->state(), S::Player_Stop);
