@@ -183,5 +183,8 @@ QImage QOrvicPlayerSessionPrivate::getID3Pic()
         OPSESSION_LOG("D/OPSession %s(%d):mMetaSession is null");
         return QImage();
     }
-    return mMetaSession->updateID3Pic();
+    // The metadata session's image reads the engine's pixels, which the next
+    // open or picture request frees; the client gets pixels of its own, copied
+    // while the player lock keeps an open from running.
+    return mMetaSession->updateID3Pic().copy();
 }
