@@ -22,7 +22,9 @@ int subtitleInfoMetaType()
 QVariant QOrvicPlayerSession::metadataInvoke(QMediaPlayer::MetadataInvoke id, QVariant param)
 {
     OPSESSION_LOG("D/OPSession %s(%d):metadatainvoke id %d", int(id));
-    if (id != QMediaPlayer::AudioStreamInvoke && id != QMediaPlayer::SubtitleStreamInvoke)
+    using Adaptor = QOrvicPlayerSessionPrivate;
+    const int question = int(id);
+    if (question != Adaptor::kAudioStreamInvoke && question != Adaptor::kSubtitleStreamInvoke)
         return QVariant(0);
     bool ok = false;
     const int index = param.toInt(&ok);
@@ -31,20 +33,22 @@ QVariant QOrvicPlayerSession::metadataInvoke(QMediaPlayer::MetadataInvoke id, QV
 
     // Whatever the engine leaves in the zero-filled records is the answer,
     // also when it fails: empty texts rather than no record.
-    if (id == QMediaPlayer::SubtitleStreamInvoke) {
+    if (question == Adaptor::kSubtitleStreamInvoke) {
         playback::SPMetaData::SubtitleAttribute attribute;
         std::memset(&attribute, 0, sizeof attribute);
         d->getSubtitleAttribute(index, attribute);
-        QMediaPlayer::SubtitleInfo info;
-        info.language = QOrvicPlayerSessionPrivate::engineText(attribute.language, sizeof attribute.language);
+        QMediaPlayer::SubtitleInfo info{};
+        info.language = Adaptor::engineText(attribute.language, sizeof attribute.language);
         return QVariant(subtitleInfoMetaType(), &info);
     }
 
     playback::SPMetaData::AudioAttribute attribute;
     std::memset(&attribute, 0, sizeof attribute);
-    QMediaPlayer::AudioStreamInfo info;   // its index stays 0: nothing fills it
+    // Value-initialised: the leading int is 0 whatever the platform's record
+    // declares for it, since nothing here fills it.
+    QMediaPlayer::AudioStreamInfo info{};
     d->getAudioAttribute(index, attribute);
-    info.codec = QOrvicPlayerSessionPrivate::engineText(attribute.codec, sizeof attribute.codec);
-    info.language = QOrvicPlayerSessionPrivate::engineText(attribute.language, sizeof attribute.language);
+    info.codec = Adaptor::engineText(attribute.codec, sizeof attribute.codec);
+    info.language = Adaptor::engineText(attribute.language, sizeof attribute.language);
     return QVariant(audioStreamInfoMetaType(), &info);
 }

@@ -88,7 +88,7 @@ void QOrvicPlayerSessionPrivate::setMedia(QString url)
     if (prepared != 0) {
         OPSESSION_LOG("E/OPSession %s(%d):open file fail %d", prepared);
         // A metadata-only client still wants what the reader could find.
-        if (mFlags & QMediaPlayer::MetaDataOnly) {
+        if (isMetaDataOnly(mFlags)) {
             OPSESSION_LOG("D/OPSession %s(%d):update metadata");
             openMetadata(url);
         }

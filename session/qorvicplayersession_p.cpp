@@ -93,7 +93,7 @@ void QOrvicPlayerSessionPrivate::init()
 
     OPSESSION_LOG("D/OPSession %s(%d):save vol %d is mute %d", mVolume, int(mMuted));
     mCallBack = new MSPCBK_NavQueue(this);
-    if (mFlags & QMediaPlayer::MetaDataOnly)
+    if (isMetaDataOnly(mFlags))
         mFilePlayer = playback::SPPlayer::create("QspmediaplayerOnlyMetadata", mCallBack);
     else
         mFilePlayer = playback::SPPlayer::create("Qspmediaplayer", mCallBack);

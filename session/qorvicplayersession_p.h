@@ -78,6 +78,13 @@ public:
 
     QImage getID3Pic();
 
+    // The platform fixes these by number only; their names differ between
+    // device Qt builds.
+    static constexpr int kMetaDataOnlyFlag = 0x8;   // session flag: metadata, no playback
+    static constexpr int kAudioStreamInvoke = 0;     // metadataInvoke: one audio stream
+    static constexpr int kSubtitleStreamInvoke = 1;  // metadataInvoke: one subtitle stream
+    static bool isMetaDataOnly(QMediaPlayer::Flags flags) { return (int(flags) & kMetaDataOnlyFlag) != 0; }
+
     // Engine text of a fixed-size field (Latin-1, up to its NUL or the end of the field).
     static QString engineText(const char *text, int capacity);
 

@@ -38,7 +38,7 @@ void QOrvicPlayerSessionPrivate::play()
 {
     QMutexLocker locker(&mPlayerLock);
     OPSESSION_LOG("V/OPSession %s(%d) called");
-    if (mFlags & QMediaPlayer::MetaDataOnly) {
+    if (isMetaDataOnly(mFlags)) {
         OPSESSION_LOG("E/OPSession %s(%d):FLags is only metadata,not support play ");
         Q_EMIT q->error(1, QStringLiteral("onlymetadata flag not support play"));
         return;
