@@ -28,8 +28,8 @@ void qRegisterMediaPlayerMetaTypes()
     };
     // The platform's media message travels through queued mediaMessageChanged().
     qRegisterMetaType<QMediaPlayer::MediaMessage>("QMediaPlayer::MediaMessage");
-    for (int id : ids) {
-        if (id < 0) {
+    for (int index = 0; index < int(sizeof ids / sizeof ids[0]); ++index) {
+        if (QOrvicPlayerSessionPrivate::registrationResult(index, ids[index]) < 0) {
             OPSESSION_LOG("D/OPSession %s(%d):qRegisterMetaType error");
             break;
         }

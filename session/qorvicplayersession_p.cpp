@@ -34,9 +34,16 @@ bool readServiceStatus(const char *key, char *value)
 {
     return property_get(key, value, "") >= 0;
 }
+
+int registrationAsGiven(int index, int typeId)
+{
+    Q_UNUSED(index);
+    return typeId;
+}
 } // namespace
 
 QAtomicInt QOrvicPlayerSessionPrivate::stallCounter{0};
+int (*QOrvicPlayerSessionPrivate::registrationResult)(int, int) = registrationAsGiven;
 void (*QOrvicPlayerSessionPrivate::pollSleep)(unsigned long) = threadSleep;
 
 QOrvicPlayerSessionPrivate::QOrvicPlayerSessionPrivate(QMediaPlayer::Flags flags)

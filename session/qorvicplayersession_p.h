@@ -96,6 +96,11 @@ public:
     // replaceable so that tests need not wait in real time.
     static void (*pollSleep)(unsigned long ms);
 
+    // Hands on each of the seven results of the load-time type registration
+    // (index 0 to 6, in registration order); replaceable so that a refused
+    // registration, which Qt gives only in rare set-ups, can be brought about.
+    static int (*registrationResult)(int index, int typeId);
+
     // Members, in the adaptor's declaration order.
     QOrvicPlayerSession *q = nullptr;
     QRecursiveMutex mPlayerLock;

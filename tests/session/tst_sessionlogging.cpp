@@ -13,6 +13,17 @@
 
 using namespace orvictest;
 
+namespace {
+// The library's own pass-through, restored after each test.
+int (*const s_givenRegistration)(int, int) = QOrvicPlayerSessionPrivate::registrationResult;
+// Registration results that the test refuses (bit i: result i is made -1).
+int s_refused = 0;
+int refuseSome(int index, int typeId)
+{
+    return (s_refused & (1 << index)) ? -1 : typeId;
+}
+} // namespace
+
 class tst_SessionLogging : public QObject
 {
     Q_OBJECT
@@ -30,6 +41,8 @@ private Q_SLOTS:
     void everyLineCarriesItsContext();
     void propertyInitResult_data();
     void propertyInitResult();
+    void registrationFailure_data();
+    void registrationFailure();
     void filterRulesSilence();
     void filterRulesCanBeLifted();
     void environmentRulesSilence();
@@ -51,6 +64,7 @@ void tst_SessionLogging::init()
 
 void tst_SessionLogging::cleanup()
 {
+    QOrvicPlayerSessionPrivate::registrationResult = s_givenRegistration;
     QLoggingCategory::setFilterRules(QString());
     m_log.reset();
     m_properties.reset();
@@ -272,6 +286,47 @@ void tst_SessionLogging::environmentRulesSilence()
     exerciseSession();
     QCOMPARE(m_log->lines(), QStringList());
     QCOMPARE(m_engine->createdPlayers(), 1);
+}
+
+void tst_SessionLogging::registrationFailure_data()
+{
+    QTest::addColumn<int>("refused");
+    QTest::addColumn<int>("lines");
+    QTest::newRow("all registered") << 0 << 0;
+    const char *const names[] = {"MessageId", "PlayerState", "PlayerMetaData", "AudioAttribute",
+                                 "VideoAttribute", "SubtitleAttribute", "QVariantMap typedef"};
+    for (int i = 0; i < 7; ++i)
+        QTest::addRow("%s refused", names[i]) << (1 << i) << 1;
+    // One line however many fail.
+    QTest::newRow("first and last refused") << (1 | 1 << 6) << 1;
+    QTest::newRow("all refused") << 0x7f << 1;
+}
+
+void tst_SessionLogging::registrationFailure()
+{
+    QFETCH(int, refused);
+    QFETCH(int, lines);
+    s_refused = refused;
+    QOrvicPlayerSessionPrivate::registrationResult = refuseSome;
+    m_log->clear();
+
+    qRegisterMediaPlayerMetaTypes();
+
+    QStringList expected;
+    for (int i = 0; i < lines; ++i)
+        expected.append(QStringLiteral("D/OPSession qRegisterMediaPlayerMetaTypes(#):qRegisterMetaType error"));
+    ORVIC_COMPARE_LINES(m_log->lines(), expected);
+    if (lines) {
+        const LogEntry entry = m_log->entries().constFirst();
+        QCOMPARE(entry.type, QtDebugMsg);
+        QCOMPARE(entry.file, QStringLiteral("qorvicplayersession"));
+        QCOMPARE(entry.functionName(), QStringLiteral("qRegisterMediaPlayerMetaTypes"));
+        QCOMPARE(entry.category, QStringLiteral("default"));
+    }
+    // Loading goes on: a session can still be made and commanded.
+    QOrvicPlayerSession session(QMediaPlayer::Flags{});
+    session.manageActList(QOrvicPlayerSession::Msg_Volume, 12);
+    QCOMPARE(session.volume(), 12);
 }
 
 QTEST_GUILESS_MAIN(tst_SessionLogging)
