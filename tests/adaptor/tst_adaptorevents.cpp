@@ -107,6 +107,7 @@ private Q_SLOTS:
     void navQueueCallBack();
     void subtitleLines_data();
     void subtitleLines();
+    void subtitleLineBoundedBySize();
     void subtitleLineWithoutText();
     void resumeData();
     void resumeDataWithoutData();
@@ -328,6 +329,33 @@ void tst_AdaptorEvents::subtitleLines_data()
     QTest::newRow("Latin-1 shown") << QByteArray("caf\xe9") << 0 << true << QStringLiteral("caf\u00e9");
     QTest::newRow("UTF-16LE shown") << QByteArray("H\0i\0\0\0", 6) << 2 << true << QStringLiteral("Hi");
     QTest::newRow("UTF-16BE shown") << QByteArray("\0H\0i\0\0", 6) << 3 << true << QStringLiteral("Hi");
+    // A leading byte-order mark is a unit of the line: neither dropped nor a reason to swap.
+    QTest::newRow("UTF-16LE, FEFF first") << QByteArray("\xff\xfeH\0i\0\0\0", 8) << 2 << true
+                                          << QString(QChar(0xfeff)) + QStringLiteral("Hi");
+    QTest::newRow("UTF-16BE, FFFE first") << QByteArray("\xff\xfe\0H\0i\0\0", 8) << 3 << true
+                                          << QString(QChar(0xfffe)) + QStringLiteral("Hi");
+}
+
+void tst_AdaptorEvents::subtitleLineBoundedBySize()
+{
+    // The engine tells the line's size: nothing after it is read, also when no
+    // end mark follows.
+    h->d->setSubtitleOnOff(true);
+    h->clear();
+    CallBack *callBack = sink();
+    std::vector<char> utf16 = {'H', 0, 'i', 0, '!', 0};
+    std::vector<char> utf8 = {'H', 'i', '!'};
+
+    runOnEngineThread([&] {
+        callBack->subtitleChanged(utf16.data(), 2, 4);
+        callBack->subtitleChanged(utf16.data(), 2, 5);
+        callBack->subtitleChanged(utf8.data(), 1, 2);
+    });
+
+    const QString key = QMediaMetaData::SubTitle;
+    QCOMPARE(h->signalTexts(), QStringList({QStringLiteral("metaDataChanged(%1,Hi)").arg(key),
+                                            QStringLiteral("metaDataChanged(%1,Hi)").arg(key),
+                                            QStringLiteral("metaDataChanged(%1,Hi)").arg(key)}));
 }
 
 void tst_AdaptorEvents::subtitleLines()
