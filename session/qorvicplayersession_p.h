@@ -78,8 +78,8 @@ public:
 
     QImage getID3Pic();
 
-    // The platform fixes these by number only; their names differ between
-    // device Qt builds.
+    // The platform fixes these by number; the names for them come only from
+    // this project's Qt overlay, and a device's Qt may spell them otherwise.
     static constexpr int kMetaDataOnlyFlag = 0x8;   // session flag: metadata, no playback
     static constexpr int kAudioStreamInvoke = 0;     // metadataInvoke: one audio stream
     static constexpr int kSubtitleStreamInvoke = 1;  // metadataInvoke: one subtitle stream
