@@ -13,14 +13,16 @@
 #include <QtTest/QtTest>
 
 #include <csignal>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
-#include <memory>
-#include <sys/resource.h>
-#include <thread>
-#include <vector>
 
 using namespace orvice2e;
 
@@ -39,6 +41,16 @@ QByteArray inOtherProcess(const QStringList &arguments)
     if (!process.waitForFinished(10000))
         return "<no answer>";
     return process.readAllStandardOutput().trimmed();
+}
+
+// The daemon executable the property service starts by default: psserver
+// beside libcutils.so.1.
+QString defaultServiceExecutable()
+{
+    Dl_info info{};
+    if (!::dladdr(reinterpret_cast<void *>(&property_get), &info) || !info.dli_fname)
+        return QString();
+    return QFileInfo(QString::fromLocal8Bit(info.dli_fname)).absolutePath() + QStringLiteral("/psserver");
 }
 
 QByteArray propertyValue(const char *key)
@@ -102,6 +114,7 @@ private Q_SLOTS:
     void startSaysWhyTheDaemonCannotStart();
     void startWaitsForADaemonOnItsWayOut();
     void startAfterKillAlwaysGivesARunningDaemon();
+    void startReplacesADaemonKilledWhileStarting();
 
 private:
     std::unique_ptr<RuntimeDir> m_runtime;
@@ -338,6 +351,30 @@ void tst_E2ePropertyService::startAfterKillAlwaysGivesARunningDaemon()
         QVERIFY2(next != 0 && next != killed, qPrintable(QStringLiteral("round %1").arg(round)));
     }
     QCOMPARE(m_runtime->daemonLog().count("listening on"), 11);
+}
+
+// The first daemon is killed before it gets anywhere (here: a wrapper that
+// kills itself the first time); the start replaces it instead of leaving the
+// caller with no daemon.
+void tst_E2ePropertyService::startReplacesADaemonKilledWhileStarting()
+{
+    const QString real = defaultServiceExecutable();
+    QVERIFY2(QFileInfo(real).isExecutable(), qPrintable(real));
+    const QString wrapper = m_runtime->path() + "/psserver-killed-once";
+    const QString mark = m_runtime->path() + "/killed-once";
+    QFile script(wrapper);
+    QVERIFY(script.open(QIODevice::WriteOnly));
+    script.write(QStringLiteral("#!/bin/sh\n"
+                                "if [ ! -e '%1' ]; then : > '%1'; kill -9 $$; fi\n"
+                                "exec '%2' \"$@\"\n").arg(mark, real).toUtf8());
+    script.close();
+    QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    qputenv("ORVIC_PSSERVER", wrapper.toUtf8());
+
+    QCOMPARE(startService(), 0);
+    QCOMPARE(serviceStatus(), QByteArray("running"));
+    QVERIFY(QFile::exists(mark)); // the first one was killed
+    QCOMPARE(daemonsFor(m_runtime->path()), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_E2ePropertyService)
