@@ -312,9 +312,13 @@ int startService(const std::string &dir)
             continue;
         }
         if (spawned != 0) {
-            if (processAlive(spawned) && monotonicMs() < deadline) {
-                sleepMs(kPollStepMs); // not at its lock yet
-                continue;
+            if (processAlive(spawned)) {
+                if (monotonicMs() < deadline) {
+                    sleepMs(kPollStepMs); // not at its lock yet
+                    continue;
+                }
+                cause = "it did not take its instance lock within " + std::to_string(kStartWaitMs / 1000) + " s";
+                break;
             }
             // It ended before it answered. A daemon that gives up says why
             // in its log; one that ends without a word was killed or crashed
