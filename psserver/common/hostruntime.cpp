@@ -132,18 +132,24 @@ pid_t instanceLockHolder(const std::string &dir)
 
 bool isProcessStopped(pid_t pid)
 {
+    const char state = processState(pid);
+    return state == 'T' || state == 't';
+}
+
+char processState(pid_t pid)
+{
     const std::string path = "/proc/" + std::to_string(pid) + "/stat";
     Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0)
-        return false;
+        return 0;
     char stat[512];
     const ssize_t n = ::read(fd.get(), stat, sizeof stat - 1);
     if (n <= 0)
-        return false;
+        return 0;
     stat[n] = '\0';
     // "pid (comm) S ...": the state follows the last ')' (comm may hold any byte).
     const char *close = std::strrchr(stat, ')');
-    return close && close[1] == ' ' && (close[2] == 'T' || close[2] == 't');
+    return close && close[1] == ' ' ? close[2] : 0;
 }
 
 std::string socketName(const std::string &dir)

@@ -27,6 +27,9 @@ pid_t instanceLockHolder(const std::string &dir);
 // True when process `pid` is stopped (SIGSTOP, or a tracer's stop): it will
 // not run until continued.
 bool isProcessStopped(pid_t pid);
+// The state letter of process `pid` in /proc ('R', 'S', 'T' stopped by a
+// signal, 't' stopped by a tracer, ...), 0 when it is not there.
+char processState(pid_t pid);
 
 // The service's socket has an abstract name (no file): a socket path in the
 // runtime directory would not fit a Unix socket address (107 bytes) once the

@@ -209,8 +209,11 @@ off_t fileSize(const std::string &path)
     return ::stat(path.c_str(), &st) == 0 ? st.st_size : 0;
 }
 
-// The last line that the daemon logged after `offset`, without its time and
-// tag ("12:00:00.000 W/psserver[42] "); empty when it logged nothing.
+// The last line that the daemon logged after `offset` in its own format,
+// without its time and tag ("12:00:00.000 W/psserver[42] "); else the last
+// line of any other kind (a runtime's report); empty when nothing came.
+// Lines of other kinds may follow the daemon's last word, e.g. a sanitizer's
+// statistics at exit.
 std::string lastLoggedLine(const std::string &path, off_t offset)
 {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -226,15 +229,25 @@ std::string lastLoggedLine(const std::string &path, off_t offset)
         }
     }
     ::close(fd);
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
-        text.pop_back();
-    const size_t lineStart = text.rfind('\n');
-    std::string line = lineStart == std::string::npos ? text : text.substr(lineStart + 1);
-    const size_t tag = line.find("/psserver[");
-    const size_t tagEnd = tag == std::string::npos ? tag : line.find("] ", tag);
-    if (tagEnd != std::string::npos)
-        line.erase(0, tagEnd + 2);
-    return line;
+    std::string other;
+    size_t end = text.size();
+    while (end > 0) {
+        const size_t newline = text.rfind('\n', end - 1);
+        const size_t begin = newline == std::string::npos ? 0 : newline + 1;
+        std::string line = text.substr(begin, end - begin);
+        end = newline == std::string::npos ? 0 : newline;
+        while (!line.empty() && (line.back() == ' ' || line.back() == '\r'))
+            line.pop_back();
+        if (line.empty())
+            continue;
+        const size_t tag = line.find("/psserver[");
+        const size_t tagEnd = tag == std::string::npos ? tag : line.find("] ", tag);
+        if (tagEnd != std::string::npos)
+            return line.substr(tagEnd + 2);
+        if (other.empty())
+            other = line;
+    }
+    return other;
 }
 
 // The one line that tells whoever asked for the service why it is not there.
@@ -292,9 +305,10 @@ int startService(const std::string &dir)
     for (;;) {
         const pid_t holder = hostruntime::instanceLockHolder(dir);
         if (holder != 0) {
-            // A frozen daemon is there all the same; ending it is ctl.stop's
-            // business.
-            if (hostruntime::isProcessStopped(holder)
+            // A daemon frozen by SIGSTOP is there all the same; ending it is
+            // ctl.stop's business. One stopped by a tracer is waited for: a
+            // leak checker stops a sanitized daemon that way on its way out.
+            if (hostruntime::processState(holder) == 'T'
                 || hostruntime::ping(dir, kPingTimeoutMs) == hostruntime::PingResult::Answered)
                 return 0;
             // Still starting, or on its way out: a killed daemon holds its
