@@ -4,8 +4,8 @@
 //   psserver [--runtime-dir DIR]
 //
 // Started and stopped through the property service ("ctl.start"/"ctl.stop"
-// of "psserver"); runs until SIGTERM/SIGINT, or until its socket disappears
-// (its runtime directory was removed).
+// of "psserver"); runs until SIGTERM/SIGINT, or until its instance lock file
+// disappears (its runtime directory was removed).
 #include "hostruntime.h"
 #include "playbinengine.h"
 #include "server.h"
@@ -111,27 +111,28 @@ int main(int argc, char *argv[])
         ::sigaction(sig, &action, nullptr);
     ::signal(SIGPIPE, SIG_IGN);
 
-    const std::string socket = hostruntime::socketPath(dir);
     const SinkConfig sinks = SinkConfig::fromEnvironment();
     qInfo("audio sink: %s, video sink: %s",
           sinks.audioSink.isEmpty() ? "fakesink sync=true" : sinks.audioSink.constData(),
           sinks.videoSink.isEmpty() ? "fakesink sync=true" : sinks.videoSink.constData());
-    Server server(QString::fromStdString(socket), sinks);
+    Server server(dir, sinks);
     if (!server.listen())
         return 2;
-    qInfo("listening on %s", socket.c_str());
+    qInfo("listening on %s", hostruntime::socketName(dir).c_str());
 
-    // Nobody can reach a daemon whose socket is gone (its runtime directory
-    // was removed): it ends instead of lingering.
-    const ino_t listening = inodeOf(socket);
-    QTimer socketCheck;
-    QObject::connect(&socketCheck, &QTimer::timeout, &app, [&] {
-        if (inodeOf(socket) != listening) {
-            qWarning("socket %s is gone", socket.c_str());
+    // A daemon whose runtime directory was removed (its lock file with it)
+    // is out of reach of the property service: it ends instead of lingering
+    // and holding the socket name.
+    const std::string lockFile = hostruntime::instanceLockPath(dir);
+    const ino_t locked = inodeOf(lockFile);
+    QTimer lockCheck;
+    QObject::connect(&lockCheck, &QTimer::timeout, &app, [&] {
+        if (inodeOf(lockFile) != locked) {
+            qWarning("lock file %s is gone", lockFile.c_str());
             app.quit();
         }
     });
-    socketCheck.start(1000);
+    lockCheck.start(1000);
 
     const int result = app.exec();
     server.shutdown();

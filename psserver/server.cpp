@@ -1,5 +1,7 @@
 #include "server.h"
 
+#include "hostruntime.h"
+
 #include <QtCore/QThread>
 #include <QtNetwork/QLocalServer>
 #include <QtNetwork/QLocalSocket>
@@ -95,13 +97,12 @@ void ClientConnection::send(const psprotocol::Frame &frame)
         m_socket->write(psprotocol::encode(frame));
 }
 
-Server::Server(const QString &socketPath, const SinkConfig &sinks, QObject *parent)
+Server::Server(const std::string &runtimeDir, const SinkConfig &sinks, QObject *parent)
     : QObject(parent),
-      m_socketPath(socketPath),
+      m_runtimeDir(runtimeDir),
       m_sinks(sinks),
       m_server(new QLocalServer(this))
 {
-    m_server->setSocketOptions(QLocalServer::UserAccessOption);
     connect(m_server, &QLocalServer::newConnection, this, &Server::acceptConnections);
 }
 
@@ -112,10 +113,15 @@ Server::~Server()
 
 bool Server::listen()
 {
-    // A socket file left by a daemon that was killed is in the way.
-    QLocalServer::removeServer(m_socketPath);
-    if (!m_server->listen(m_socketPath)) {
-        qWarning("cannot listen on %s: %s", qPrintable(m_socketPath), qPrintable(m_server->errorString()));
+    const std::string name = hostruntime::socketName(m_runtimeDir);
+    std::string error;
+    const int fd = hostruntime::listenOnServiceSocket(m_runtimeDir, &error);
+    if (fd < 0) {
+        qWarning("cannot listen on %s: %s", name.c_str(), error.c_str());
+        return false;
+    }
+    if (!m_server->listen(qintptr(fd))) {
+        qWarning("cannot listen on %s: %s", name.c_str(), qPrintable(m_server->errorString()));
         return false;
     }
     return true;
@@ -138,6 +144,12 @@ void Server::shutdown()
 void Server::acceptConnections()
 {
     while (QLocalSocket *socket = m_server->nextPendingConnection()) {
+        // Anyone on the machine can reach an abstract socket name.
+        if (!hostruntime::peerIsThisUser(int(socket->socketDescriptor()))) {
+            qWarning("refusing a client of another user");
+            delete socket;
+            continue;
+        }
         auto *connection = new ClientConnection(socket, m_sinks, this);
         connect(connection, &ClientConnection::closed, this, [this](ClientConnection *c) {
             m_connections.removeAll(c);

@@ -10,6 +10,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QPointer>
 
+#include <string>
+
 class QLocalServer;
 class QLocalSocket;
 class QThread;
@@ -46,9 +48,11 @@ class Server : public QObject
     Q_OBJECT
 
 public:
-    Server(const QString &socketPath, const SinkConfig &sinks, QObject *parent = nullptr);
+    // Serves the clients of runtime directory `runtimeDir`.
+    Server(const std::string &runtimeDir, const SinkConfig &sinks, QObject *parent = nullptr);
     ~Server() override;
 
+    // False, with the reason logged, when the socket cannot be had.
     bool listen();
     // Closes the socket and ends every engine, waiting for each.
     void shutdown();
@@ -56,7 +60,7 @@ public:
 private:
     void acceptConnections();
 
-    QString m_socketPath;
+    std::string m_runtimeDir;
     SinkConfig m_sinks;
     QLocalServer *m_server;
     QList<QPointer<ClientConnection>> m_connections;

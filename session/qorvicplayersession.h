@@ -11,9 +11,33 @@
 #include <QtMultimedia/qmediaplayer.h>
 #include <QtMultimedia/qmediatimerange.h>
 
-#ifndef QT_MULTIMEDIA_DEVICE_EXTENSIONS
-#error "QMediaPlayer lacks the device additions: the device Qt Multimedia headers (or the host overlay) must come first on the include path"
-#endif
+// The interface below uses the device's additions to QMediaPlayer. The
+// device's Qt Multimedia headers declare them, and so does the PC build's
+// overlay of the stock headers, which must come first on the include path.
+// The check looks for the additions themselves, not for a macro that only
+// the overlay or this project's own build defines: a client built against
+// the installed package in either mode sees them, and a stock header that
+// won the include guard is named here instead of failing at the first use.
+namespace QOrvicPlayerSessionHeaderCheck {
+template <typename...>
+struct MakeVoid
+{
+    typedef void type;
+};
+template <typename T, typename = void>
+struct HasDeviceAdditions
+{
+    static constexpr bool value = false;
+};
+template <typename T>
+struct HasDeviceAdditions<T, typename MakeVoid<typename T::MediaMessage, typename T::MetadataInvoke>::type>
+{
+    static constexpr bool value = true;
+};
+static_assert(HasDeviceAdditions<QMediaPlayer>::value,
+              "QMediaPlayer lacks the device additions: the device Qt Multimedia headers "
+              "(or the host overlay) must come first on the include path");
+} // namespace QOrvicPlayerSessionHeaderCheck
 
 class QOrvicPlayerSessionPrivate;
 

@@ -1,27 +1,15 @@
 // orvic-play: plays a medium through QOrvicPlayerSession in a terminal.
+#include "interrupts.h"
 #include "orvicplay.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLoggingCategory>
-#include <QtCore/QSocketNotifier>
 
-#include <csignal>
 #include <cstdio>
-#include <unistd.h>
 
 namespace {
-int g_signalPipe[2] = {-1, -1};
-
-void onSignal(int)
-{
-    const char c = 1;
-    const ssize_t ignored = ::write(g_signalPipe[1], &c, 1);
-    (void)ignored;
-}
-
 const int kUsageError = 64;
-const int kInterrupted = 130;
 } // namespace
 
 int main(int argc, char *argv[])
@@ -94,22 +82,19 @@ int main(int argc, char *argv[])
     if (!parser.isSet(verbose))
         QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
 
-    // Ctrl-C and termination end the session cleanly.
-    if (::pipe(g_signalPipe) == 0) {
-        std::signal(SIGINT, onSignal);
-        std::signal(SIGTERM, onSignal);
+    // Ctrl-C and termination end the program at any moment, also while the
+    // session's constructor waits for the playback service.
+    interrupts::install();
+    int exitCode = 0;
+    {
+        OrvicPlay player(options);
+        QObject::connect(&player, &OrvicPlay::finished, &app, [&app]() { app.exit(0); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(&player, [&player]() { player.start(); }, Qt::QueuedConnection);
+        interrupts::enterEventLoop(&player, [&player]() { player.quit(interrupts::kInterruptedExitCode); });
+        app.exec();
+        interrupts::leaveEventLoop();
+        exitCode = player.exitCode();
     }
-
-    OrvicPlay player(options);
-    QSocketNotifier signalNotifier(g_signalPipe[0], QSocketNotifier::Read);
-    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &player, [&player]() {
-        char c;
-        const ssize_t ignored = ::read(g_signalPipe[0], &c, 1);
-        (void)ignored;
-        player.quit(kInterrupted);
-    });
-    QObject::connect(&player, &OrvicPlay::finished, &app, [&app]() { app.exit(0); }, Qt::QueuedConnection);
-    QMetaObject::invokeMethod(&player, [&player]() { player.start(); }, Qt::QueuedConnection);
-    app.exec();
-    return player.exitCode();
+    interrupts::uninstall();
+    return exitCode;
 }

@@ -2,7 +2,14 @@
 
 #include <QtCore/QSocketNotifier>
 
+#include <csignal>
 #include <unistd.h>
+
+namespace {
+// The settings to give back when the program ends from a signal.
+termios g_savedForExit{};
+volatile sig_atomic_t g_rawActive = 0;
+} // namespace
 
 Terminal::Terminal(QObject *parent)
     : QObject(parent)
@@ -11,8 +18,16 @@ Terminal::Terminal(QObject *parent)
 
 Terminal::~Terminal()
 {
-    if (m_raw)
+    if (m_raw) {
+        g_rawActive = 0;
         tcsetattr(STDIN_FILENO, TCSANOW, &m_saved);
+    }
+}
+
+void Terminal::restoreNow()
+{
+    if (g_rawActive)
+        tcsetattr(STDIN_FILENO, TCSANOW, &g_savedForExit);
 }
 
 bool Terminal::isInteractive()
@@ -28,8 +43,10 @@ bool Terminal::enableRawInput()
     raw.c_lflag &= ~tcflag_t(ICANON | ECHO);
     raw.c_cc[VMIN] = 1;
     raw.c_cc[VTIME] = 0;
+    g_savedForExit = m_saved;
     if (tcsetattr(STDIN_FILENO, TCSANOW, &raw) != 0)
         return false;
+    g_rawActive = 1;
     m_raw = true;
     m_notifier = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &Terminal::readInput);

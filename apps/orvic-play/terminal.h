@@ -39,6 +39,9 @@ public:
     // True when standard input and output are a terminal.
     static bool isInteractive();
     bool enableRawInput();
+    // Gives the terminal its settings back at once; async-signal-safe, for a
+    // program that ends from a signal without running destructors.
+    static void restoreNow();
 
     // Decodes as many keys as `buffer` holds; leaves an incomplete escape
     // sequence in it for the next read.

@@ -2,12 +2,15 @@
 #include "pswire.h"
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
@@ -60,6 +63,27 @@ private:
     int m_fd;
 };
 
+// The abstract address of the service socket (leading NUL, no terminator).
+socklen_t serviceAddress(const std::string &dir, sockaddr_un *address)
+{
+    const std::string name = socketName(dir).substr(1); // without the '@'
+    *address = sockaddr_un{};
+    address->sun_family = AF_UNIX;
+    std::memcpy(address->sun_path + 1, name.data(), name.size());
+    return socklen_t(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+}
+
+// FNV-1a: stable across processes and builds, which std::hash is not.
+uint64_t fnv1a(const std::string &text)
+{
+    uint64_t hash = 14695981039346656037ull;
+    for (const unsigned char c : text) {
+        hash ^= c;
+        hash *= 1099511628211ull;
+    }
+    return hash;
+}
+
 } // namespace
 
 std::string runtimeDirectory()
@@ -86,7 +110,6 @@ bool ensureRuntimeDirectory(const std::string &dir)
     return st.st_uid == getuid();
 }
 
-std::string socketPath(const std::string &dir) { return dir + "/psserver.sock"; }
 std::string instanceLockPath(const std::string &dir) { return dir + "/psserver.lock"; }
 std::string controlLockPath(const std::string &dir) { return dir + "/psserver.ctl"; }
 std::string logPath(const std::string &dir) { return dir + "/psserver.log"; }
@@ -109,32 +132,96 @@ pid_t instanceLockHolder(const std::string &dir)
 
 bool isProcessStopped(pid_t pid)
 {
+    const char state = processState(pid);
+    return state == 'T' || state == 't';
+}
+
+char processState(pid_t pid)
+{
     const std::string path = "/proc/" + std::to_string(pid) + "/stat";
     Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0)
-        return false;
+        return 0;
     char stat[512];
     const ssize_t n = ::read(fd.get(), stat, sizeof stat - 1);
     if (n <= 0)
-        return false;
+        return 0;
     stat[n] = '\0';
     // "pid (comm) S ...": the state follows the last ')' (comm may hold any byte).
     const char *close = std::strrchr(stat, ')');
-    return close && close[1] == ' ' && (close[2] == 'T' || close[2] == 't');
+    return close && close[1] == ' ' ? close[2] : 0;
 }
 
-PingResult ping(const std::string &socket, int timeoutMs)
+std::string socketName(const std::string &dir)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (socket.size() >= sizeof address.sun_path)
-        return PingResult::NoListener;
-    std::memcpy(address.sun_path, socket.c_str(), socket.size() + 1);
+    // "/a/b", "/a/b/" and "/a/./b" are one directory.
+    std::string canonical = dir;
+    if (char *resolved = ::realpath(dir.c_str(), nullptr)) {
+        canonical = resolved;
+        std::free(resolved);
+    }
+    char hash[17];
+    std::snprintf(hash, sizeof hash, "%016llx", static_cast<unsigned long long>(fnv1a(canonical)));
+    return "@orvic-psserver-" + std::to_string(getuid()) + "-" + hash;
+}
 
-    Fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+int listenOnServiceSocket(const std::string &dir, std::string *error)
+{
+    sockaddr_un address;
+    const socklen_t length = serviceAddress(dir, &address);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        *error = std::strerror(errno);
+        return -1;
+    }
+    if (::bind(fd, reinterpret_cast<const sockaddr *>(&address), length) != 0
+        || ::listen(fd, SOMAXCONN) != 0) {
+        *error = std::strerror(errno);
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int connectToServiceSocket(const std::string &dir, int timeoutMs)
+{
+    sockaddr_un address;
+    const socklen_t length = serviceAddress(dir, &address);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -1;
+    // A Unix socket connects at once unless the listen queue is full; then
+    // the send timeout bounds the wait.
+    timeval limit{timeoutMs / 1000, (timeoutMs % 1000) * 1000};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    int result;
+    while ((result = ::connect(fd, reinterpret_cast<const sockaddr *>(&address), length)) != 0
+           && errno == EINTR) {
+    }
+    if (result == 0 && !peerIsThisUser(fd)) {
+        result = -1;
+        errno = ECONNREFUSED;
+    }
+    if (result != 0) {
+        const int error = errno; // for the caller, past close()
+        ::close(fd);
+        errno = error;
+        return -1;
+    }
+    return fd;
+}
+
+bool peerIsThisUser(int fd)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == getuid();
+}
+
+PingResult ping(const std::string &dir, int timeoutMs)
+{
+    Fd fd(connectToServiceSocket(dir, timeoutMs));
     if (fd.get() < 0)
-        return PingResult::NoListener;
-    if (::connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         return errno == EAGAIN ? PingResult::NoAnswer : PingResult::NoListener;
 
     const uint32_t sequence = 1;

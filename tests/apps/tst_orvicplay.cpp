@@ -17,10 +17,13 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
+#include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -69,6 +72,10 @@ private Q_SLOTS:
     void damagedFiles_data();
     void damagedFiles();
     void interactiveKeys();
+    void signalWhileServiceCannotStart_data();
+    void signalWhileServiceCannotStart();
+    void signalWhileCommandBlocksTheLoop_data();
+    void signalWhileCommandBlocksTheLoop();
 
 private:
     QProcessEnvironment environment() const;
@@ -317,6 +324,146 @@ void tst_OrvicPlay::interactiveKeys()
     ::close(master);
     QVERIFY(WIFEXITED(status));
     QCOMPARE(WEXITSTATUS(status), 0);
+}
+
+namespace {
+// Collects what the terminal shows for `ms`.
+void drain(int fd, QByteArray &seen, int ms)
+{
+    const QByteArray never("\0", 1); // a terminal shows no NUL
+    readUntil(fd, seen, never, ms);
+}
+
+// Starts orvic-play on a pseudo-terminal with `environment` added.
+pid_t startOnTerminal(const QString &player, const QStringList &arguments,
+                      const QList<QPair<QByteArray, QByteArray>> &environment, int *master)
+{
+    QList<QByteArray> args{player.toLocal8Bit()};
+    for (const QString &a : arguments)
+        args.append(a.toLocal8Bit());
+    std::vector<char *> argv;
+    for (QByteArray &a : args)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    const pid_t pid = forkpty(master, nullptr, nullptr, nullptr);
+    if (pid == 0) {
+        for (const auto &variable : environment)
+            setenv(variable.first.constData(), variable.second.constData(), 1);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+// Waits (bounded) for `pid` to end, draining the terminal; the exit code, or
+// -1 when it did not end by itself (it is killed then).
+int waitForEnd(pid_t pid, int master, QByteArray &seen, int timeoutMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    int status = 0;
+    pid_t done = 0;
+    while ((done = waitpid(pid, &status, WNOHANG)) == 0 && clock.elapsed() < timeoutMs)
+        drain(master, seen, 50);
+    drain(master, seen, 50);
+    if (done == 0) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+} // namespace
+
+void tst_OrvicPlay::signalWhileServiceCannotStart_data()
+{
+    QTest::addColumn<bool>("typed");
+    QTest::newRow("Ctrl-C typed") << true;
+    QTest::newRow("SIGTERM") << false;
+}
+
+// The session's constructor waits for a service that cannot start: the
+// cause is shown, and a signal ends the player all the same.
+void tst_OrvicPlay::signalWhileServiceCannotStart()
+{
+    QFETCH(bool, typed);
+    QTemporaryDir runtime;
+    QVERIFY(runtime.isValid());
+    const QByteArray missing = m_work.filePath("no-psserver-here").toLocal8Bit();
+    int master = -1;
+    const pid_t pid = startOnTerminal(m_player, {m_longMedium},
+                                      {{"ORVIC_RUNTIME_DIR", runtime.path().toLocal8Bit()}, {"ORVIC_PSSERVER", missing}},
+                                      &master);
+    QVERIFY(pid > 0);
+    QByteArray seen;
+    const QByteArray cause = "orvic property service: psserver did not start: " + missing
+            + " is not executable: No such file or directory (log: " + runtime.path().toLocal8Bit()
+            + "/psserver.log)\r\n";
+    QVERIFY2(readUntil(master, seen, cause, 20000), seen.constData());
+    if (typed)
+        QVERIFY(::write(master, "\x03", 1) == 1);
+    else
+        QCOMPARE(kill(pid, SIGTERM), 0);
+    const int code = waitForEnd(pid, master, seen, 10000);
+    ::close(master);
+    QCOMPARE(code, 130);
+    QVERIFY2(seen.contains("orvic-play: interrupted while waiting for the playback service\r\n"), seen.constData());
+}
+
+void tst_OrvicPlay::signalWhileCommandBlocksTheLoop_data()
+{
+    QTest::addColumn<bool>("twice");
+    QTest::newRow("once: ends after the grace") << false;
+    QTest::newRow("twice: ends at once") << true;
+}
+
+// The open of a network medium whose server never answers blocks the event
+// loop in the preparation. The first signal asks for a clean stop, which
+// cannot happen: the player ends after the grace period, or at once on a
+// second signal.
+void tst_OrvicPlay::signalWhileCommandBlocksTheLoop()
+{
+    QFETCH(bool, twice);
+    // Listening without ever accepting: the kernel completes the connection,
+    // the request is never answered.
+    const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    QVERIFY(server >= 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    QCOMPARE(::bind(server, reinterpret_cast<sockaddr *>(&address), length), 0);
+    QCOMPARE(::listen(server, 4), 0);
+    QCOMPARE(::getsockname(server, reinterpret_cast<sockaddr *>(&address), &length), 0);
+    const QString url = QStringLiteral("http://127.0.0.1:%1/silent.mp3").arg(ntohs(address.sin_port));
+
+    int master = -1;
+    const pid_t pid = startOnTerminal(m_player, {url}, {{"ORVIC_RUNTIME_DIR", m_runtime.path().toLocal8Bit()}},
+                                      &master);
+    QVERIFY(pid > 0);
+    // The engine's connection shows that the open is under way.
+    QByteArray seen;
+    pollfd p{server, POLLIN, 0};
+    QElapsedTimer clock;
+    clock.start();
+    while (::poll(&p, 1, 100) == 0 && clock.elapsed() < 20000)
+        drain(master, seen, 10);
+    QVERIFY2(p.revents & POLLIN, seen.constData());
+
+    QCOMPARE(kill(pid, SIGINT), 0);
+    QVERIFY2(readUntil(master, seen, "orvic-play: stopping (Ctrl-C again ends at once)\r\n", 10000), seen.constData());
+    if (twice)
+        QCOMPARE(kill(pid, SIGINT), 0);
+    const int code = waitForEnd(pid, master, seen, 10000);
+    ::close(master);
+    ::close(server);
+    QCOMPARE(code, 130);
+    if (twice) {
+        QVERIFY2(seen.contains("orvic-play: ended\r\n"), seen.constData());
+        QVERIFY2(!seen.contains("did not stop in time"), seen.constData());
+    } else {
+        QVERIFY2(seen.contains("orvic-play: the session did not stop in time, ended\r\n"), seen.constData());
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_OrvicPlay)

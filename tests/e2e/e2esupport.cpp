@@ -4,6 +4,7 @@
 
 #include <cutils/properties.h>
 
+#include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QMutexLocker>
@@ -23,12 +24,22 @@ QString mediaPath(const QString &name)
     return QStringLiteral(ORVIC_E2E_MEDIA_DIR "/") + name;
 }
 
-RuntimeDir::RuntimeDir()
+RuntimeDir::RuntimeDir(int length)
     : m_dir(QStringLiteral("/tmp/orvic-e2e-XXXXXX")),
+      m_path(m_dir.path()),
       m_previous(qgetenv("ORVIC_RUNTIME_DIR")),
       m_hadPrevious(qEnvironmentVariableIsSet("ORVIC_RUNTIME_DIR"))
 {
-    qputenv("ORVIC_RUNTIME_DIR", m_dir.path().toUtf8());
+    if (length > 0 && m_dir.isValid()) {
+        const QString folder = QStringLiteral("/a-folder-of-a-deep-build-tree");
+        while (m_path.size() < length)
+            m_path += folder.left(length - m_path.size());
+        if (m_path.endsWith(QLatin1Char('/')))
+            m_path[m_path.size() - 1] = QLatin1Char('x');
+        if (!QDir().mkpath(m_path))
+            m_path.clear();
+    }
+    qputenv("ORVIC_RUNTIME_DIR", m_path.toUtf8());
 }
 
 RuntimeDir::~RuntimeDir()
@@ -42,7 +53,7 @@ RuntimeDir::~RuntimeDir()
 
 QByteArray RuntimeDir::daemonLog() const
 {
-    QFile log(QString::fromStdString(hostruntime::logPath(m_dir.path().toStdString())));
+    QFile log(QString::fromStdString(hostruntime::logPath(m_path.toStdString())));
     return log.open(QIODevice::ReadOnly) ? log.readAll() : QByteArray();
 }
 

@@ -51,18 +51,21 @@ QString mediaPath(const QString &name);
 class RuntimeDir
 {
 public:
-    RuntimeDir();
+    // With `length` > 0 the directory's path is exactly that many characters
+    // long (nested folders inside a temporary one), as deep in a build tree.
+    explicit RuntimeDir(int length = 0);
     ~RuntimeDir();
     RuntimeDir(const RuntimeDir &) = delete;
     RuntimeDir &operator=(const RuntimeDir &) = delete;
 
-    QString path() const { return m_dir.path(); }
-    bool isValid() const { return m_dir.isValid(); }
+    QString path() const { return m_path; }
+    bool isValid() const { return m_dir.isValid() && !m_path.isEmpty(); }
     // The daemon's log, for failure messages.
     QByteArray daemonLog() const;
 
 private:
     QTemporaryDir m_dir;
+    QString m_path;
     QByteArray m_previous;
     bool m_hadPrevious;
 };

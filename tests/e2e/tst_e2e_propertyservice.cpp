@@ -14,9 +14,15 @@
 
 #include <csignal>
 #include <memory>
-#include <sys/resource.h>
 #include <thread>
 #include <vector>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
 
 using namespace orvice2e;
 
@@ -35,6 +41,16 @@ QByteArray inOtherProcess(const QStringList &arguments)
     if (!process.waitForFinished(10000))
         return "<no answer>";
     return process.readAllStandardOutput().trimmed();
+}
+
+// The daemon executable the property service starts by default: psserver
+// beside libcutils.so.1.
+QString defaultServiceExecutable()
+{
+    Dl_info info{};
+    if (!::dladdr(reinterpret_cast<void *>(&property_get), &info) || !info.dli_fname)
+        return QString();
+    return QFileInfo(QString::fromLocal8Bit(info.dli_fname)).absolutePath() + QStringLiteral("/psserver");
 }
 
 QByteArray propertyValue(const char *key)
@@ -93,8 +109,12 @@ private Q_SLOTS:
     void frozenDaemonIsNotRunningAndStops();
     void concurrentStartsFromProcessesStartOne();
     void concurrentStartsFromThreadsStartOne();
-    void daemonEndsWhenItsSocketGoes();
+    void daemonEndsWhenItsLockFileGoes();
     void missingExecutableDoesNotStart();
+    void startSaysWhyTheDaemonCannotStart();
+    void startWaitsForADaemonOnItsWayOut();
+    void startAfterKillAlwaysGivesARunningDaemon();
+    void startReplacesADaemonKilledWhileStarting();
 
 private:
     std::unique_ptr<RuntimeDir> m_runtime;
@@ -234,12 +254,13 @@ void tst_E2ePropertyService::concurrentStartsFromThreadsStartOne()
     QCOMPARE(m_runtime->daemonLog().count("listening on"), 1);
 }
 
-// Nobody can reach a daemon whose socket was removed; it does not linger.
-void tst_E2ePropertyService::daemonEndsWhenItsSocketGoes()
+// The property service cannot see a daemon whose lock file was removed (with
+// its runtime directory); it does not linger.
+void tst_E2ePropertyService::daemonEndsWhenItsLockFileGoes()
 {
     QVERIFY(startServiceAndWait());
     const pid_t daemon = daemonPid();
-    QVERIFY(QFile::remove(QString::fromStdString(hostruntime::socketPath(m_runtime->path().toStdString()))));
+    QVERIFY(QFile::remove(QString::fromStdString(hostruntime::instanceLockPath(m_runtime->path().toStdString()))));
     QTRY_VERIFY_WITH_TIMEOUT(!processAlive(daemon), 5000);
     QCOMPARE(serviceStatus(), QByteArray("stopped"));
     QVERIFY(m_runtime->daemonLog().contains("is gone"));
@@ -251,6 +272,109 @@ void tst_E2ePropertyService::missingExecutableDoesNotStart()
     QCOMPARE(startService(), -1);
     QCOMPARE(serviceStatus(), QByteArray("stopped"));
     QCOMPARE(daemonsFor(m_runtime->path()), 0);
+}
+
+// The daemon's socket name is taken (here by the test itself): the daemon
+// ends, and whoever asked for it learns why in one line.
+void tst_E2ePropertyService::startSaysWhyTheDaemonCannotStart()
+{
+    const std::string dir = m_runtime->path().toStdString();
+    std::string error;
+    const int squatter = hostruntime::listenOnServiceSocket(dir, &error);
+    QVERIFY2(squatter >= 0, error.c_str());
+
+    QProcess process;
+    process.start(propctl(), {"set", "ctl.start", "psserver"});
+    QVERIFY(process.waitForFinished(20000));
+    ::close(squatter);
+    QCOMPARE(process.readAllStandardOutput().trimmed(), QByteArray("-1"));
+    const QString expected = QStringLiteral("orvic property service: psserver did not start: "
+                                            "cannot listen on %1: Address already in use (log: %2)\n")
+                                     .arg(QString::fromStdString(hostruntime::socketName(dir)),
+                                          QString::fromStdString(hostruntime::logPath(dir)));
+    QCOMPARE(QString::fromUtf8(process.readAllStandardError()), expected);
+    QCOMPARE(serviceStatus(), QByteArray("stopped"));
+    QCOMPARE(daemonsFor(m_runtime->path()), 0);
+}
+
+// A killed daemon holds its instance lock until its threads and memory are
+// torn down. A start in that moment must not take it for the service: it
+// waits for it to go and starts a new one. The process here stands in for
+// the dying daemon: it holds the lock, never answers, and ends.
+void tst_E2ePropertyService::startWaitsForADaemonOnItsWayOut()
+{
+    const std::string lockPath = hostruntime::instanceLockPath(m_runtime->path().toStdString());
+    int ready[2];
+    QCOMPARE(::pipe(ready), 0);
+    const pid_t dying = ::fork();
+    QVERIFY(dying >= 0);
+    if (dying == 0) {
+        // Only async-signal-safe calls in the child of a threaded process.
+        const int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        struct flock lock{};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        const char held = (fd >= 0 && ::fcntl(fd, F_SETLK, &lock) == 0) ? 1 : 0;
+        (void)!::write(ready[1], &held, 1);
+        const timespec pause{0, 300 * 1000 * 1000};
+        ::nanosleep(&pause, nullptr);
+        ::_exit(0);
+    }
+    ::close(ready[1]);
+    char held = 0;
+    QCOMPARE(::read(ready[0], &held, 1), ssize_t(1));
+    ::close(ready[0]);
+    QCOMPARE(held, char(1));
+    QCOMPARE(daemonPid(), dying);
+
+    QCOMPARE(startService(), 0);
+    // No waiting here: the start returned with a daemon that answers.
+    QCOMPARE(serviceStatus(), QByteArray("running"));
+    const pid_t daemon = daemonPid();
+    QVERIFY(daemon != 0 && daemon != dying);
+    int status = 0;
+    QCOMPARE(::waitpid(dying, &status, 0), dying);
+}
+
+// The watchdog's path after a SIGKILL of the service, many times over: the
+// start that follows the kill always ends with a daemon that answers.
+void tst_E2ePropertyService::startAfterKillAlwaysGivesARunningDaemon()
+{
+    QVERIFY(startServiceAndWait());
+    for (int round = 0; round < 10; ++round) {
+        const pid_t killed = daemonPid();
+        QVERIFY(killed > 0);
+        QCOMPARE(::kill(killed, SIGKILL), 0);
+        QCOMPARE(startService(), 0);
+        QCOMPARE(serviceStatus(), QByteArray("running"));
+        const pid_t next = daemonPid();
+        QVERIFY2(next != 0 && next != killed, qPrintable(QStringLiteral("round %1").arg(round)));
+    }
+    QCOMPARE(m_runtime->daemonLog().count("listening on"), 11);
+}
+
+// The first daemon is killed before it gets anywhere (here: a wrapper that
+// kills itself the first time); the start replaces it instead of leaving the
+// caller with no daemon.
+void tst_E2ePropertyService::startReplacesADaemonKilledWhileStarting()
+{
+    const QString real = defaultServiceExecutable();
+    QVERIFY2(QFileInfo(real).isExecutable(), qPrintable(real));
+    const QString wrapper = m_runtime->path() + "/psserver-killed-once";
+    const QString mark = m_runtime->path() + "/killed-once";
+    QFile script(wrapper);
+    QVERIFY(script.open(QIODevice::WriteOnly));
+    script.write(QStringLiteral("#!/bin/sh\n"
+                                "if [ ! -e '%1' ]; then : > '%1'; kill -9 $$; fi\n"
+                                "exec '%2' \"$@\"\n").arg(mark, real).toUtf8());
+    script.close();
+    QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    qputenv("ORVIC_PSSERVER", wrapper.toUtf8());
+
+    QCOMPARE(startService(), 0);
+    QCOMPARE(serviceStatus(), QByteArray("running"));
+    QVERIFY(QFile::exists(mark)); // the first one was killed
+    QCOMPARE(daemonsFor(m_runtime->path()), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_E2ePropertyService)

@@ -61,6 +61,7 @@ private Q_SLOTS:
     void recoversFromFreeze();
     void pausedBeforeKillIsPausedAgain();
     void secondFailureOfSameMediumIsNotReopened();
+    void playsWithLongRuntimeDirectory();
 
 private:
     void createSession();
@@ -503,6 +504,26 @@ void tst_E2eSession::secondFailureOfSameMediumIsNotReopened()
     QTest::qWait(3 * kTimeUpdateMs); // a few more time updates: nothing else happens
     QCOMPARE(m_session->state(), Session::Player_Initialized);
     QCOMPARE(m_recorder->texts({"stateChanged"}), QStringList({"stateChanged(1)"}));
+}
+
+// A runtime directory far longer than a Unix socket path may be: the service
+// starts, and a medium opens and plays through it.
+void tst_E2eSession::playsWithLongRuntimeDirectory()
+{
+    m_runtime.reset(); // gives the environment back first
+    m_runtime.reset(new RuntimeDir(200));
+    QVERIFY(m_runtime->isValid());
+    QCOMPARE(m_runtime->path().size(), 200);
+    QCOMPARE(qgetenv("ORVIC_RUNTIME_DIR").size(), 200);
+
+    createSession();
+    QCOMPARE(serviceStatus(), QByteArray("running"));
+    QCOMPARE(m_session->state(), Session::Player_Initialized);
+    QVERIFY(openMedium("sine.mp3"));
+    m_session->manageActList(Session::Msg_Play, QVariant());
+    QTRY_COMPARE(m_session->state(), Session::Player_Play);
+    QTRY_VERIFY_WITH_TIMEOUT(m_session->position() >= 300, 3000);
+    QVERIFY(m_runtime->daemonLog().contains("listening on @orvic-psserver-"));
 }
 
 QTEST_GUILESS_MAIN(tst_E2eSession)

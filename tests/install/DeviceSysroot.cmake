@@ -43,7 +43,11 @@ if(NOT CASE STREQUAL "stock")
     orvic_view_materialize("${_base}" "${_root}" "${_mm_inc}")
     foreach(_h qmediaplayer.h qmediametadata.h QMediaPlayer QMediaMetaData QtMultimedia)
         file(REMOVE "${_root}/${_mm_inc}/${_h}")
-        file(COPY_FILE "${BUILD_DIR}/platform/qtoverlay/QtMultimedia/${_h}" "${_root}/${_mm_inc}/${_h}")
+        # The device's own headers carry the additions but none of the
+        # overlay's marker macros: nothing may depend on those.
+        file(READ "${BUILD_DIR}/platform/qtoverlay/QtMultimedia/${_h}" _text)
+        string(REGEX REPLACE "\n#define QT_MULTIMEDIA_DEVICE_[A-Z_]+ 1" "" _text "${_text}")
+        file(WRITE "${_root}/${_mm_inc}/${_h}" "${_text}")
     endforeach()
     # The library with the keys: the stock one plus the key definitions.
     file(GLOB _mm_libs RELATIVE "${_base}/${_libdir}" "${_base}/${_libdir}/libQt5Multimedia.so.5.*.*")
@@ -59,6 +63,9 @@ if(NOT CASE STREQUAL "stock")
     file(REMOVE "${_root}/${_libdir}/${_mm_libs}")
     file(WRITE "${_root}/${_libdir}/${_mm_libs}"
         "INPUT(/${_libdir}/orvic-stock/libQt5Multimedia.so.5 /${_libdir}/orvic-stock/libqtmultimedia_device.so.1)\n")
+    # -lQt5Multimedia (pkg-config's clients) must find that library too, as on a device.
+    file(REMOVE "${_root}/${_libdir}/libQt5Multimedia.so")
+    file(CREATE_LINK "${_mm_libs}" "${_root}/${_libdir}/libQt5Multimedia.so" SYMBOLIC)
 endif()
 if(CASE STREQUAL "complete")
     foreach(_l libcutils.so.1 libsppfc.so libplayback.so)
@@ -73,14 +80,20 @@ if(TOOLCHAIN_FILE)
 else()
     # Same build machine and target, the made-up sysroot in place of the real one.
     set(_toolchain "${WORK_DIR}/toolchain.cmake")
+    # ORVIC_SYSROOT, as for the cross toolchain, points a client build at a
+    # view with the installed package merged in.
     file(WRITE "${_toolchain}" "
-set(CMAKE_SYSROOT \"${_root}\")
+if(NOT ORVIC_SYSROOT)
+    set(ORVIC_SYSROOT \"${_root}\")
+endif()
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ORVIC_SYSROOT)
+set(CMAKE_SYSROOT \"\${ORVIC_SYSROOT}\")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-set(ENV{PKG_CONFIG_SYSROOT_DIR} \"${_root}\")
-set(ENV{PKG_CONFIG_LIBDIR} \"${_root}/${_libdir}/pkgconfig:${_root}/usr/share/pkgconfig\")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} \"\${ORVIC_SYSROOT}\")
+set(ENV{PKG_CONFIG_LIBDIR} \"\${ORVIC_SYSROOT}/${_libdir}/pkgconfig:\${ORVIC_SYSROOT}/usr/share/pkgconfig\")
 ")
     set(_toolchain_args "")
 endif()
@@ -147,6 +160,25 @@ elseif(CASE STREQUAL "complete")
             message(FATAL_ERROR "device sysroot test (complete): the installed device library carries a search path:\n${_dyn}")
         endif()
         message(STATUS "device build: liborvicutil.so.1 built and installed; it NEEDs the device's platform libraries")
+
+        # A device application built against the installed package, through
+        # find_package and through pkg-config: the public headers must
+        # compile with nothing but the device's own Qt headers.
+        foreach(_mode cmake pkgconfig)
+            execute_process(COMMAND ${CMAKE_COMMAND}
+                    -DMODE=${_mode} -DBUILD_DIR=${_build}
+                    -DCONSUMER_SOURCE=${CMAKE_CURRENT_LIST_DIR}/consumer
+                    -DWORK_DIR=${WORK_DIR}/consume-${_mode}
+                    -DCXX=${CXX} -DGENERATOR=${GENERATOR}
+                    -DTOOLCHAIN_FILE=${_toolchain} -DSYSROOT=${_root} -DRUN=OFF
+                    -P ${CMAKE_CURRENT_LIST_DIR}/InstallAndConsume.cmake
+                RESULT_VARIABLE _rc OUTPUT_VARIABLE _out ERROR_VARIABLE _err)
+            if(NOT _rc EQUAL 0)
+                message(FATAL_ERROR "device sysroot test (complete): a client of the installed "
+                                    "package (${_mode}) does not build:\n${_out}\n${_err}")
+            endif()
+            message(STATUS "device build: a client built against the installed package (${_mode})")
+        endforeach()
     endif()
 else()
     message(FATAL_ERROR "device sysroot test: CASE is stock, noplatform or complete, not '${CASE}'")

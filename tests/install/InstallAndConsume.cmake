@@ -5,6 +5,8 @@
 #   -DBUILD_DIR=<build tree> -DCONSUMER_SOURCE=<dir> -DWORK_DIR=<scratch dir>
 #   -DCXX=<compiler> -DGENERATOR=<cmake generator> -DEXTRA_FLAGS=<;-list, e.g. sanitizers>
 #   cross builds also: -DTOOLCHAIN_FILE=<file> -DSYSROOT=<dir> -DEMULATOR=<;-list, program first>
+#   -DRUN=OFF: build the client only (a device build's package, whose platform
+#   libraries are not there to run against)
 #
 # A cross build installs with DESTDIR and merges the result into a view of
 # the sysroot made of symbolic links (SysrootView.cmake), as the development
@@ -47,17 +49,21 @@ if(SYSROOT)
     set(_prefix "${_root}/usr")
     set(_run ${EMULATOR})
     list(LENGTH _run _n)
-    if(_n EQUAL 0)
+    if(DEFINED RUN AND NOT RUN)
+        # built, not run: no emulator needed
+    elseif(_n EQUAL 0)
         message(FATAL_ERROR "install test: a cross build needs EMULATOR to run the client")
     endif()
     # The emulator's library root is the view holding the installed files.
-    list(FIND _run "-L" _l)
-    if(_l EQUAL -1)
-        message(FATAL_ERROR "install test: the emulator '${EMULATOR}' has no -L <library root>")
+    if(_n GREATER 0)
+        list(FIND _run "-L" _l)
+        if(_l EQUAL -1)
+            message(FATAL_ERROR "install test: the emulator '${EMULATOR}' has no -L <library root>")
+        endif()
+        math(EXPR _l "${_l} + 1")
+        list(REMOVE_AT _run ${_l})
+        list(INSERT _run ${_l} "${_root}")
     endif()
-    math(EXPR _l "${_l} + 1")
-    list(REMOVE_AT _run ${_l})
-    list(INSERT _run ${_l} "${_root}")
 else()
     set(_prefix "${WORK_DIR}/prefix")
     run(COMMAND ${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${_prefix}")
@@ -109,6 +115,14 @@ elseif(MODE STREQUAL "pkgconfig")
                 "${CONSUMER_SOURCE}/main.cpp" ${_pc} ${_rpath} -o "${_exe}")
 else()
     message(FATAL_ERROR "install test: MODE is cmake or pkgconfig, not '${MODE}'")
+endif()
+
+if(DEFINED RUN AND NOT RUN)
+    if(NOT EXISTS "${_exe}")
+        message(FATAL_ERROR "install test: no client ${_exe} built")
+    endif()
+    message(STATUS "install test: client built against the installed package (not run)")
+    return()
 endif()
 
 # --- run it ------------------------------------------------------------------

@@ -20,7 +20,8 @@ endfunction()
 
 function(_orvic_view_entry original entry)
     set(script FALSE)
-    if(NOT IS_DIRECTORY "${original}" AND EXISTS "${original}" AND original MATCHES "\\.so$")
+    # Versioned names too: a device's libQt5Multimedia.so.5.x.y may be a script.
+    if(NOT IS_DIRECTORY "${original}" AND EXISTS "${original}" AND original MATCHES "\\.so(\\.[0-9]+)*$")
         file(READ "${original}" magic LIMIT 4 HEX)
         if(NOT magic STREQUAL "7f454c46")
             set(script TRUE)

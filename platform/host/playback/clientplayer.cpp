@@ -128,8 +128,7 @@ ClientPlayer::ClientPlayer(const char *name, CallBack *callBack)
                    // Events of a service that went away are not delivered.
                    [this] { m_events->discard(); })
 {
-    const std::string socket = hostruntime::socketPath(hostruntime::runtimeDirectory());
-    if (!m_connection.open(QString::fromStdString(socket), kConnectTimeoutMs))
+    if (!m_connection.open(hostruntime::runtimeDirectory(), kConnectTimeoutMs))
         return;
     const ServiceConnection::Answer answer = ask(pswire::OpOpen, {QString::fromUtf8(name ? name : "")});
     if (answer.status == pswire::ResultOk && answer.result.toInt() >= 0) {

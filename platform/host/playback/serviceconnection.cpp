@@ -1,11 +1,14 @@
 #include "serviceconnection.h"
 
+#include <hostruntime.h>
 #include <psprotocol.h>
 
 #include <QtCore/QMutexLocker>
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 #include <QtNetwork/QLocalSocket>
+
+#include <unistd.h>
 
 namespace hostplayback {
 
@@ -15,21 +18,28 @@ class ConnectionWorker : public QObject
 public:
     explicit ConnectionWorker(ServiceConnection *owner) : m_owner(owner) {}
 
-    void start(const QString &path)
+    void start(const std::string &runtimeDir, int timeoutMs)
     {
         m_socket = new QLocalSocket(this);
         m_pingTimer = new QTimer(this);
         m_pingTimer->setInterval(ServiceConnection::kPingIntervalMs);
         connect(m_pingTimer, &QTimer::timeout, this, &ConnectionWorker::ping);
-        connect(m_socket, &QLocalSocket::connected, this,
-                [this] { m_owner->linkChanged(ServiceConnection::Link::Connected); });
         connect(m_socket, &QLocalSocket::disconnected, this, &ConnectionWorker::lost);
         connect(m_socket, &QLocalSocket::errorOccurred, this, [this] {
             if (m_socket->state() == QLocalSocket::UnconnectedState)
                 lost();
         });
         connect(m_socket, &QLocalSocket::readyRead, this, &ConnectionWorker::read);
-        m_socket->connectToServer(path);
+        // The service's socket name is abstract, which QLocalSocket of Qt 5
+        // cannot address: the socket is connected here and handed over.
+        const int fd = hostruntime::connectToServiceSocket(runtimeDir, timeoutMs);
+        if (fd < 0 || !m_socket->setSocketDescriptor(fd, QLocalSocket::ConnectedState)) {
+            if (fd >= 0)
+                ::close(fd);
+            lost();
+            return;
+        }
+        m_owner->linkChanged(ServiceConnection::Link::Connected);
     }
 
     void send(const QByteArray &bytes)
@@ -130,10 +140,10 @@ void ServiceConnection::close()
     m_thread->wait();
 }
 
-bool ServiceConnection::open(const QString &socketPath, int timeoutMs)
+bool ServiceConnection::open(const std::string &runtimeDir, int timeoutMs)
 {
     ConnectionWorker *worker = m_worker;
-    QMetaObject::invokeMethod(worker, [worker, socketPath] { worker->start(socketPath); },
+    QMetaObject::invokeMethod(worker, [worker, runtimeDir, timeoutMs] { worker->start(runtimeDir, timeoutMs); },
                               Qt::QueuedConnection);
     QMutexLocker lock(&m_mutex);
     const qint64 deadline = now() + timeoutMs;

@@ -14,6 +14,7 @@
 #include <QtCore/QWaitCondition>
 
 #include <functional>
+#include <string>
 
 class QThread;
 
@@ -43,8 +44,9 @@ public:
     ServiceConnection(EventHandler onEvent, CloseHandler onClosed);
     ~ServiceConnection();
 
-    // Connects to the service's socket, waiting at most `timeoutMs`.
-    bool open(const QString &socketPath, int timeoutMs);
+    // Connects to the service of runtime directory `runtimeDir`, waiting at
+    // most `timeoutMs`.
+    bool open(const std::string &runtimeDir, int timeoutMs);
     // Sends one call and waits for its answer: at most `limitMs` in all, and
     // at most kSilenceLimitMs of complete silence of the service. Once the
     // service is found frozen, calls fail at once until it answers a ping
