@@ -252,6 +252,8 @@ int PlaybinEngine::setUrl(const QString &url)
     }
     m_uri = uri;
     m_network = network;
+    m_external.clear();
+    m_externalCurrent = -1;
     g_object_set(m_playbin, "uri", uri.toUtf8().constData(), "suburi", nullptr, nullptr);
     setEngineState(SPPlayer::STATE_INITIALIZED);
     return pswire::ResultOk;
@@ -264,9 +266,14 @@ int PlaybinEngine::setSubUrl(const QString &url)
     QString uri = url;
     if (url.startsWith(QLatin1Char('/')))
         uri = QUrl::fromLocalFile(url).toString(QUrl::FullyEncoded);
-    // The medium's own URL: its embedded subtitle streams are used.
-    if (uri == m_uri || url == m_uri)
+    // The medium's own URL: its embedded subtitle streams are used, and
+    // the subtitle files beside a local medium.
+    if (uri == m_uri || url == m_uri) {
+        const QUrl medium(m_uri);
+        if (medium.isLocalFile())
+            m_external.setFiles(subtitlefiles::discover(medium.toLocalFile()));
         return pswire::ResultOk;
+    }
     const QUrl parsed(uri);
     if (parsed.isLocalFile()) {
         const QFileInfo file(parsed.toLocalFile());
@@ -336,11 +343,19 @@ void PlaybinEngine::finishPrepare(int result)
         }
         gst_query_unref(query);
         m_lastPositionMs = 0;
+        const QList<int> notices = loadExternalSubtitles();
         reportStreamCounts(false);
         setEngineState(SPPlayer::STATE_PREPARED);
         emitEvent(pswire::EvDurationChanged, {m_durationMs});
         emitEvent(pswire::EvSeekableChanged, {m_seekable});
         emitEvent(pswire::EvPrepared);
+        // A subtitle file that gives nothing is news, not a failure.
+        for (int notice : notices) {
+            if (!m_noticesSent.contains(notice)) {
+                m_noticesSent.append(notice);
+                emitEvent(pswire::EvError, {notice});
+            }
+        }
     } else {
         gst_element_set_state(m_playbin, GST_STATE_NULL);
         setEngineState(SPPlayer::STATE_ERROR);

@@ -109,7 +109,8 @@ void PlaybinEngine::reportStreamCounts(bool onlyChanges)
                   {SPPlayer::STREAM_AUDIO, "n-audio"},
                   {SPPlayer::STREAM_SUBTITLE, "n-text"}};
     for (int i = 0; i < 3; ++i) {
-        const int count = streamCount(kinds[i].property);
+        const int count = kinds[i].type == SPPlayer::STREAM_SUBTITLE ? subtitleCount()
+                                                                      : streamCount(kinds[i].property);
         if (onlyChanges && count == m_streamCounts[i])
             continue;
         m_streamCounts[i] = count;
@@ -220,6 +221,8 @@ void PlaybinEngine::addSubtitleSample(qint64 startMs, qint64 durationMs, const Q
 {
     if (!isPrepared() && !m_preparePending)
         return; // left over from before a stop or reset
+    if (m_externalCurrent >= 0)
+        return; // a subtitle file is shown, not the embedded stream
     m_subtitles.add(startMs, durationMs, text);
     if (m_state == SPPlayer::STATE_PLAYING)
         updateSubtitle();

@@ -42,6 +42,17 @@ int PlaybinEngine::changeStream(int type, int index)
     }
     if (!isPrepared())
         return pswire::ResultInvalidState;
+    if (type == SPPlayer::STREAM_SUBTITLE) {
+        if (index < 0 || index >= subtitleCount())
+            return pswire::ResultInvalidArgument;
+        const int embedded = streamCount(count);
+        if (index >= embedded) {
+            showExternalSubtitles(index - embedded);
+            emitEvent(pswire::EvStreamChanged, {type, index});
+            return pswire::ResultOk;
+        }
+        m_externalCurrent = -1;
+    }
     if (index < 0 || index >= streamCount(count))
         return pswire::ResultInvalidArgument;
     g_object_set(m_playbin, current, index, nullptr);
@@ -70,6 +81,8 @@ int PlaybinEngine::currentStream(int type) const
         current = "current-audio";
         break;
     case SPPlayer::STREAM_SUBTITLE:
+        if (m_externalCurrent >= 0)
+            return streamCount("n-text") + m_externalCurrent;
         current = "current-text";
         break;
     default:
@@ -136,7 +149,7 @@ int PlaybinEngine::getParameter(const QByteArray &key, QByteArray *output) const
     if (key == "get-audio-count")
         value = streamCount("n-audio");
     else if (key == "get-subtitle-count")
-        value = streamCount("n-text");
+        value = subtitleCount();
     else if (key == "get-video-count")
         value = streamCount("n-video");
     else if (key == "get-subtitle-onoff")
@@ -153,8 +166,13 @@ int PlaybinEngine::getParameter(const QByteArray &key, QByteArray *output) const
 
 int PlaybinEngine::subtitleLanguage(int index, QByteArray *output) const
 {
-    if (!isPrepared() || index < 0 || index >= streamCount("n-text"))
+    if (!isPrepared() || index < 0 || index >= subtitleCount())
         return pswire::ResultInvalidArgument;
+    const int embedded = streamCount("n-text");
+    if (index >= embedded) {
+        *output = m_external.stream(index - embedded).language.left(kLanguageBytes);
+        return pswire::ResultOk;
+    }
     GstTagList *tags = nullptr;
     g_signal_emit_by_name(m_playbin, "get-text-tags", index, &tags);
     output->clear();

@@ -81,6 +81,8 @@ int PlaybinEngine::reset()
     clearSeek();
     m_subtitles.clear();
     m_subtitles.resetShown();
+    m_external.clear();
+    m_externalCurrent = -1;
     setEngineState(SPPlayer::STATE_IDLE);
     return pswire::ResultOk;
 }
