@@ -9,10 +9,15 @@ namespace {
 
 QStringList splitLines(const QString &text)
 {
-    QString normal = text;
-    normal.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    normal.replace(QLatin1Char('\r'), QLatin1Char('\n'));
-    return normal.split(QLatin1Char('\n'));
+    // Line ends of any system: LF, CR LF, and CR alone (old Macs).
+    if (!text.contains(QLatin1Char('\n')))
+        return text.split(QLatin1Char('\r'));
+    QStringList lines = text.split(QLatin1Char('\n'));
+    for (QString &line : lines) {
+        if (line.endsWith(QLatin1Char('\r')))
+            line.chop(1);
+    }
+    return lines;
 }
 
 // SRT and WebVTT: a timing line "start --> end [settings]" and the text lines
@@ -235,18 +240,50 @@ namespace subtitleparser {
 
 qint64 parseClock(const QString &text)
 {
-    static const QRegularExpression clock(
-            QStringLiteral("^(?:(\\d{1,3}):)?(\\d{1,2}):(\\d{1,2})(?:[,.](\\d{1,3}))?$"));
-    const QRegularExpressionMatch m = clock.match(text);
-    if (!m.hasMatch())
+    // [h:]mm:ss[,.]fff by hand: a file holds two of them per cue.
+    qint64 fields[3] = {0, 0, 0};
+    int count = 0;
+    int digits = 0;
+    int i = 0;
+    const int size = text.size();
+    for (; i < size; ++i) {
+        const QChar c = text.at(i);
+        if (c.isDigit() && c.unicode() < 128) {
+            if (++digits > 3 || (count > 0 && digits > 2))
+                return -1;
+            fields[count] = fields[count] * 10 + (c.unicode() - '0');
+        } else if (c == QLatin1Char(':') && digits > 0 && count < 2) {
+            ++count;
+            digits = 0;
+        } else {
+            break;
+        }
+    }
+    if (count == 0 || digits == 0)
         return -1;
-    const qint64 hours = m.captured(1).toLongLong();
-    const qint64 minutes = m.captured(2).toLongLong();
-    const qint64 seconds = m.captured(3).toLongLong();
+    qint64 fraction = 0;
+    if (i < size) {
+        const QChar c = text.at(i);
+        if (c != QLatin1Char(',') && c != QLatin1Char('.'))
+            return -1;
+        int fractionDigits = 0;
+        for (++i; i < size; ++i) {
+            const QChar d = text.at(i);
+            if (!d.isDigit() || d.unicode() >= 128 || ++fractionDigits > 3)
+                return -1;
+            fraction = fraction * 10 + (d.unicode() - '0');
+        }
+        if (fractionDigits == 0)
+            return -1;
+        for (; fractionDigits < 3; ++fractionDigits)
+            fraction *= 10;
+    }
+    const qint64 hours = count == 2 ? fields[0] : 0;
+    const qint64 minutes = fields[count - 1];
+    const qint64 seconds = fields[count];
     if (minutes >= 60 || seconds >= 60)
         return -1;
-    const QString fraction = m.captured(4).leftJustified(3, QLatin1Char('0'));
-    return ((hours * 60 + minutes) * 60 + seconds) * 1000 + fraction.toLongLong();
+    return ((hours * 60 + minutes) * 60 + seconds) * 1000 + fraction;
 }
 
 QString plainText(const QString &markup)
@@ -259,15 +296,33 @@ QString plainText(const QString &markup)
         const char *text;
     } entities[] = {{"&lt;", "<"}, {"&gt;", ">"}, {"&quot;", "\""}, {"&apos;", "'"}, {"&nbsp;", " "}, {"&amp;", "&"}};
 
+    // A line of no markup, no break and no entity is taken as it is.
+    bool plain = true;
+    for (const QChar c : markup) {
+        if (c == QLatin1Char('<') || c == QLatin1Char('{') || c == QLatin1Char('&') || c == QLatin1Char('\n')) {
+            plain = false;
+            break;
+        }
+    }
+    if (plain)
+        return markup.simplified();
+
     QString text = markup;
-    // Where <br> breaks the lines (SAMI), a line end in the file is a blank;
-    // SRT and WebVTT break where the file does.
-    if (text.contains(lineBreak))
-        text.replace(QLatin1Char('\n'), QLatin1Char(' ')).replace(lineBreak, QStringLiteral("\n"));
-    text.remove(tag);
-    text.remove(overrides);
-    for (const auto &e : entities)
-        text.replace(QLatin1String(e.entity), QString::fromLatin1(e.text), Qt::CaseInsensitive);
+    // Most lines carry no markup at all: a file of tens of thousands of cues
+    // is read without a pattern match per cue.
+    if (text.contains(QLatin1Char('<'))) {
+        // Where <br> breaks the lines (SAMI), a line end in the file is a
+        // blank; SRT and WebVTT break where the file does.
+        if (text.contains(lineBreak))
+            text.replace(QLatin1Char('\n'), QLatin1Char(' ')).replace(lineBreak, QStringLiteral("\n"));
+        text.remove(tag);
+    }
+    if (text.contains(QLatin1Char('{')))
+        text.remove(overrides);
+    if (text.contains(QLatin1Char('&'))) {
+        for (const auto &e : entities)
+            text.replace(QLatin1String(e.entity), QString::fromLatin1(e.text), Qt::CaseInsensitive);
+    }
     QStringList lines;
     for (const QString &line : text.split(QLatin1Char('\n'))) {
         const QString simple = line.simplified();
