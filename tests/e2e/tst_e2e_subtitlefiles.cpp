@@ -58,24 +58,6 @@ QString subtitleEvent(const QString &text)
     return QStringLiteral("subtitleChanged(%1,1)").arg(text);
 }
 
-// A Korean SAMI file with a Korean and an English class, in CP949.
-QByteArray koreanSami()
-{
-    const QString text = QStringLiteral(
-            "<SAMI>\r\n<HEAD>\r\n<TITLE>film</TITLE>\r\n<STYLE TYPE=\"text/css\">\r\n<!--\r\n"
-            "P { margin-left:8pt; margin-right:8pt; text-align:center; }\r\n"
-            ".KRCC { Name:한국어; lang:ko-KR; SAMIType:CC; }\r\n"
-            ".ENCC { Name:English; lang:en-US; SAMIType:CC; }\r\n-->\r\n</STYLE>\r\n</HEAD>\r\n<BODY>\r\n"
-            "<SYNC Start=300><P Class=KRCC>안녕하세요,<br>만나서 반갑습니다.\r\n"
-            "<SYNC Start=300><P Class=ENCC>Hello,<br>nice to meet you.\r\n"
-            "<SYNC Start=900><P Class=KRCC>&nbsp;\r\n<SYNC Start=900><P Class=ENCC>&nbsp;\r\n"
-            "<SYNC Start=1200><P Class=KRCC><font color=\"#ffff00\">오늘 날씨가 정말 좋네요.</font>\r\n"
-            "<SYNC Start=1200><P Class=ENCC>The weather is lovely today.\r\n"
-            "<SYNC Start=1800><P Class=KRCC>&nbsp;\r\n<SYNC Start=1800><P Class=ENCC>&nbsp;\r\n"
-            "</BODY>\r\n</SAMI>\r\n");
-    return QTextCodec::codecForName("CP949")->fromUnicode(text);
-}
-
 } // namespace
 
 class tst_E2eSubtitleFiles : public QObject
@@ -223,7 +205,7 @@ void tst_E2eSubtitleFiles::streamsCountedSwitchedNamed()
     const QString path = film();
     QVERIFY(!path.isEmpty());
     QVERIFY(writeFile(m_folder->filePath("film.srt"), subtitlesamples::srt({"Plain untagged"}, 300, 900, 600).toUtf8()));
-    QVERIFY(writeFile(m_folder->filePath("film.smi"), koreanSami()));
+    QVERIFY(writeFile(m_folder->filePath("film.smi"), subtitlesamples::koreanSami()));
     QVERIFY(writeFile(m_folder->filePath("film.ko.srt"),
                       subtitlesamples::encode(subtitlesamples::srt({QStringLiteral("우리는 내일 서울에 갑니다.")}, 300, 900, 600),
                                               "CP949")));

@@ -95,6 +95,25 @@ inline QString srt(const QStringList &lines, int firstMs = 500, int stepMs = 100
     return text;
 }
 
+// A Korean SAMI file with a Korean and an English class, in CP949: two cues
+// each, from 300 to 900 ms and from 1200 to 1800 ms.
+inline QByteArray koreanSami()
+{
+    const QString text = QStringLiteral(
+            "<SAMI>\r\n<HEAD>\r\n<TITLE>film</TITLE>\r\n<STYLE TYPE=\"text/css\">\r\n<!--\r\n"
+            "P { margin-left:8pt; margin-right:8pt; text-align:center; }\r\n"
+            ".KRCC { Name:한국어; lang:ko-KR; SAMIType:CC; }\r\n"
+            ".ENCC { Name:English; lang:en-US; SAMIType:CC; }\r\n-->\r\n</STYLE>\r\n</HEAD>\r\n<BODY>\r\n"
+            "<SYNC Start=300><P Class=KRCC>안녕하세요,<br>만나서 반갑습니다.\r\n"
+            "<SYNC Start=300><P Class=ENCC>Hello,<br>nice to meet you.\r\n"
+            "<SYNC Start=900><P Class=KRCC>&nbsp;\r\n<SYNC Start=900><P Class=ENCC>&nbsp;\r\n"
+            "<SYNC Start=1200><P Class=KRCC><font color=\"#ffff00\">오늘 날씨가 정말 좋네요.</font>\r\n"
+            "<SYNC Start=1200><P Class=ENCC>The weather is lovely today.\r\n"
+            "<SYNC Start=1800><P Class=KRCC>&nbsp;\r\n<SYNC Start=1800><P Class=ENCC>&nbsp;\r\n"
+            "</BODY>\r\n</SAMI>\r\n");
+    return QTextCodec::codecForName("CP949")->fromUnicode(text);
+}
+
 } // namespace subtitlesamples
 
 #endif // ORVICTEST_SUBTITLESAMPLES_H
