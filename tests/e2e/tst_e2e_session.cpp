@@ -286,7 +286,8 @@ void tst_E2eSession::subtitleFileThroughSession()
     const QString first = line(QStringLiteral("안녕하세요,\n만나서 반갑습니다."));
     QTRY_VERIFY_WITH_TIMEOUT(lines().contains(first), 5000);
     const qint64 shownAt = m_session->position();
-    QVERIFY2(shownAt >= 250 && shownAt < 800, qPrintable(QString::number(shownAt)));
+    // Never before its time; read late by up to a second on a busy machine.
+    QVERIFY2(shownAt >= 250 && shownAt < 1300, qPrintable(QString::number(shownAt)));
     QTRY_COMPARE_WITH_TIMEOUT(lines(), QStringList({first, line(QString())}), 3000);
 
     // The English class from here on: its second line at 1.2 s.
@@ -296,7 +297,7 @@ void tst_E2eSession::subtitleFileThroughSession()
     const QString second = line(QStringLiteral("The weather is lovely today."));
     QTRY_VERIFY_WITH_TIMEOUT(lines().contains(second), 5000);
     const qint64 secondAt = m_session->position();
-    QVERIFY2(secondAt >= 1150 && secondAt < 1700, qPrintable(QString::number(secondAt)));
+    QVERIFY2(secondAt >= 1150 && secondAt < 2200, qPrintable(QString::number(secondAt)));
     QTRY_COMPARE_WITH_TIMEOUT(lines(), QStringList({first, line(QString()), second, line(QString())}), 3000);
     QCOMPARE(lastMetadata().value(QMediaMetaData::SubtitleId).toInt(), 1);
 }

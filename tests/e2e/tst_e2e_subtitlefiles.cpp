@@ -31,6 +31,11 @@ struct PlayerDeleter
 };
 using PlayerPtr = std::unique_ptr<SPPlayer, PlayerDeleter>;
 
+// A line never shows before its time and never clears before its end; the
+// position read after its event may be late by this much on a busy machine
+// (the order of the events is checked exactly).
+const int kReadLateMs = 1000;
+
 int intParameter(SPPlayer *player, const char *key)
 {
     int value = -12345;
@@ -147,12 +152,12 @@ void tst_E2eSubtitleFiles::verifyLines(SPPlayer *player, const QStringList &line
         const int start = firstMs + i * stepMs;
         QVERIFY2(m_events->waitFor(subtitleEvent(lines[i])), qPrintable(m_events->eventsNamed("subtitleChanged").join('\n')));
         const long long shownAt = player->getPosition();
-        QVERIFY2(shownAt >= start - 50 && shownAt < start + 400,
+        QVERIFY2(shownAt >= start - 50 && shownAt < start + kReadLateMs,
                  qPrintable(QStringLiteral("line %1 at %2").arg(i).arg(shownAt)));
         expected << subtitleEvent(lines[i]) << subtitleEvent(QString());
         QTRY_COMPARE_WITH_TIMEOUT(m_events->eventsNamed("subtitleChanged").size(), 2 * (i + 1), 3000);
         const long long clearedAt = player->getPosition();
-        QVERIFY2(clearedAt >= start + lengthMs - 50 && clearedAt < start + lengthMs + 400,
+        QVERIFY2(clearedAt >= start + lengthMs - 50 && clearedAt < start + lengthMs + kReadLateMs,
                  qPrintable(QStringLiteral("line %1 cleared at %2").arg(i).arg(clearedAt)));
     }
     QCOMPARE(m_events->eventsNamed("subtitleChanged"), expected);
@@ -236,7 +241,7 @@ void tst_E2eSubtitleFiles::streamsCountedSwitchedNamed()
     QVERIFY(m_events->waitFor("streamChanged(3,1)"));
     QVERIFY(m_events->waitFor(subtitleEvent(QStringLiteral("오늘 날씨가 정말 좋네요."))));
     const long long shownAt = m_player->getPosition();
-    QVERIFY2(shownAt >= 1150 && shownAt < 1600, qPrintable(QString::number(shownAt)));
+    QVERIFY2(shownAt >= 1150 && shownAt < 1200 + kReadLateMs, qPrintable(QString::number(shownAt)));
     QVERIFY(m_events->waitFor(subtitleEvent(QString()), 3000));
     QTRY_COMPARE_WITH_TIMEOUT(m_events->eventsNamed("subtitleChanged").size(), 4, 3000);
     QCOMPARE(m_events->eventsNamed("subtitleChanged"),
