@@ -78,6 +78,7 @@ private Q_SLOTS:
     void streamsCountedSwitchedNamed();
     void afterTheEmbeddedStreams();
     void separateSubtitleUrlStillWorks();
+    void microDvdCountsTheVideosFrames();
     void badFilesDoNotStopPlayback_data();
     void badFilesDoNotStopPlayback();
 
@@ -305,6 +306,27 @@ void tst_E2eSubtitleFiles::separateSubtitleUrlStillWorks()
     QVERIFY(m_events->waitFor("prepared()"));
     QCOMPARE(intParameter(m_player.get(), "get-subtitle-count"), 1);
     verifyLines(m_player.get(), lines, 300, 900, 600);
+}
+
+// A MicroDVD file counts frames: at the film's 25 frames a second frame 50
+// is 2 s (at the 23.976 assumed when nothing tells the rate, 2.085 s).
+void tst_E2eSubtitleFiles::microDvdCountsTheVideosFrames()
+{
+    const QString path = film();
+    QVERIFY(!path.isEmpty());
+    QVERIFY(writeFile(m_folder->filePath("film.sub"), "{50}{60}Frame fifty|to sixty\r\n"));
+    m_player = open(path);
+    QVERIFY2(m_player, m_runtime->daemonLog().constData());
+    QCOMPARE(intParameter(m_player.get(), "get-subtitle-count"), 1);
+    bool on = true;
+    QCOMPARE(m_player->setParameter("mPlayer", "set-subtitle-onoff", &on, 1), 0);
+    // Seeks are exact; a settled seek shows what is visible there.
+    QCOMPARE(m_player->seekTo(2040), 0);
+    QVERIFY(m_events->waitFor(subtitleEvent("Frame fifty\nto sixty")));
+    QCOMPARE(m_player->seekTo(2440), 0);
+    QVERIFY(m_events->waitFor(subtitleEvent(QString())));
+    QCOMPARE(m_events->eventsNamed("subtitleChanged"),
+             QStringList({subtitleEvent("Frame fifty\nto sixty"), subtitleEvent(QString())}));
 }
 
 void tst_E2eSubtitleFiles::badFilesDoNotStopPlayback_data()
