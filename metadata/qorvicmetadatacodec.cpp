@@ -4,6 +4,7 @@
 #include "qorvicmetadata_p.h"
 #include "qorviccharsetdetector_p.h"
 #include "qorviclogging_p.h"
+#include "charsetremap.h"
 
 #include <spplfctrl/spplatformcontrol.h>
 
@@ -18,7 +19,6 @@
 namespace {
 const char kLatin1[] = "ISO-8859-1";
 const char kUtf8[] = "UTF8";
-const char kUnknownCharset[] = "unknown";
 const int kSystemCodecItem = 104;
 const int kSystemCodecSize = 20;
 // Short tag strings carry little statistical weight: the detector sees them
@@ -95,33 +95,6 @@ private:
     Q_DISABLE_COPY(Detector)
 };
 
-struct CharsetMapping {
-    const char *detected;
-    const char *codec;
-};
-
-// Detector answers remapped to the codecs the device's fonts and codec set
-// serve. Compared literally, first match wins; "unknown" is handled apart.
-const CharsetMapping charsetMappings[] = {
-    {"EUC-TW", "GB18030"},
-    {"HZ-GB-2312", "GB18030"},
-    {"ISO_8859_2", "windows-1250"},
-    {"IBM852", "windows-1250"},
-    {"MAC-CENTRALEUROPE", "windows-1250"},
-    {"ISO-8859-3", "ISO_8859_1"},
-    {"ISO-8859-4", "windows-1252"},
-    {"ISO-8859-9", "windows-1252"},
-    {"ISO-8859-5", "windows-1251"},
-    {"KOIR-R", "windows-1251"},
-    {"MAC-CYRILLIC", "windows-1251"},
-    {"IBM855", "windows-1251"},
-    {"ISO-8859-6", "windows-1256"},
-    {"ISO-8859-7", "windows-1253"},
-    {"ISO-8859-8", "windows-1255"},
-    {"UHC", "EUC-KR"},
-    {"VISCII", "windows-1258"},
-};
-
 size_t safeLength(const char *text)
 {
     return text ? std::strlen(text) : 0;
@@ -179,7 +152,7 @@ QString QOrvicMetaDataSession::detect(const char *data, int length)
     }
     QByteArray charset = detector.charset();
     if (charset.isEmpty())
-        charset = kUnknownCharset;
+        charset = orviccharset::kUnknown;
     OPMETA_LOG("D/OPMetaSession %s(%d):the result of ucharset is:%s", charset.constData());
     const QString codec = detectResultMapping(QString::fromLatin1(charset));
     OPMETA_LOG("D/OPMetaSession %s(%d):use the codec after mapping is:");
@@ -188,11 +161,12 @@ QString QOrvicMetaDataSession::detect(const char *data, int length)
 
 QString QOrvicMetaDataSession::detectResultMapping(QString detected)
 {
-    for (const CharsetMapping &mapping : charsetMappings) {
-        if (detected == QLatin1String(mapping.detected))
-            return QString::fromLatin1(mapping.codec);
-    }
-    if (detected == QLatin1String(kUnknownCharset))
+    // An answer with a NUL inside matches no name of the table.
+    const char *codec = detected.contains(QChar(0)) ? nullptr
+                                                    : orviccharset::remappedCodec(detected.toLatin1().constData());
+    if (codec)
+        return QString::fromLatin1(codec);
+    if (detected == QLatin1String(orviccharset::kUnknown))
         return getSysCodec();
     return detected;
 }

@@ -4,6 +4,7 @@
 #ifndef PSSERVER_PLAYBINENGINE_H
 #define PSSERVER_PLAYBINENGINE_H
 
+#include "externalsubtitles.h"
 #include "subtitlescheduler.h"
 
 #include <QtCore/QByteArray>
@@ -85,6 +86,12 @@ private:
     void setPlayFlag(int flag, bool on);
     int streamCount(const char *property) const;
 
+    // Subtitle files beside the medium: streams after the embedded ones.
+    int subtitleCount() const;
+    QList<int> loadExternalSubtitles();
+    void showExternalSubtitles(int index);
+    double videoFrameRate() const;
+
     // Pipeline side; these run on the engine thread.
     void handleMessage(GstMessage *message);
     void handleError(GstMessage *message);
@@ -135,6 +142,9 @@ private:
     bool m_speedPending = false;
     QTimer m_tick;
     SubtitleScheduler m_subtitles;
+    ExternalSubtitles m_external;
+    // Index among the files' streams of the one shown; -1: an embedded one.
+    int m_externalCurrent = -1;
 };
 
 #endif // PSSERVER_PLAYBINENGINE_H

@@ -39,7 +39,9 @@ int main(int argc, char *argv[])
                                          QStringLiteral("System codec (vendor item 104) for this run, e.g. GB18030."),
                                          QStringLiteral("name"));
     const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Show the library's own log lines."));
-    parser.addOptions({metadataOnly, json, cover, start, rate, volume, systemCodec, verbose});
+    const QCommandLineOption subtitles(QStringLiteral("subtitles"),
+                                       QStringLiteral("Subtitles on from the start (embedded ones or files beside the medium)."));
+    parser.addOptions({metadataOnly, json, cover, start, rate, volume, systemCodec, verbose, subtitles});
     parser.process(app);
 
     const QStringList positional = parser.positionalArguments();
@@ -53,6 +55,7 @@ int main(int argc, char *argv[])
     options.metadataOnly = parser.isSet(metadataOnly);
     options.json = parser.isSet(json);
     options.coverFile = parser.value(cover);
+    options.subtitles = parser.isSet(subtitles);
     options.interactive = Terminal::isInteractive() && !options.json;
     bool ok = true;
     if (parser.isSet(start)) {

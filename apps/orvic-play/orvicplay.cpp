@@ -75,6 +75,9 @@ void OrvicPlay::start()
         return;
     if (m_options.volume >= 0)
         m_session->manageActList(Session::Msg_Volume, m_options.volume);
+    // Before playing, so that the first line is not missed.
+    if (m_options.subtitles)
+        m_session->manageActList(Session::Msg_SubtitleOnOff, true);
     m_session->manageActList(Session::Msg_Play, QVariant());
     m_progressTimer.start(m_options.progressIntervalMs);
 }

@@ -22,6 +22,7 @@ struct PlayOptions {
     qint64 startMs = -1;
     float rate = 1.0f;
     int volume = -1;
+    bool subtitles = false;
     bool interactive = false;
     int progressIntervalMs = 250;
 };

@@ -12,6 +12,7 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
+#include <QtCore/QTextCodec>
 #include <QtGui/QImage>
 #include <QtTest/QtTest>
 
@@ -69,6 +70,7 @@ private Q_SLOTS:
     void metadataOnlyMovie();
     void coverExport();
     void playToEnd();
+    void subtitlesBesideTheFilm();
     void damagedFiles_data();
     void damagedFiles();
     void interactiveKeys();
@@ -235,6 +237,46 @@ void tst_OrvicPlay::playToEnd()
     QVERIFY(r.named("error").isEmpty());
     QCOMPARE(r.named("volume").last().value("value").toInt(), 30);
     QVERIFY(!r.named("progress").isEmpty());
+}
+
+// A film with a Korean CP949 film.srt beside it, and no system codec
+// configured: --subtitles shows its lines, in order, as the right text.
+void tst_OrvicPlay::subtitlesBesideTheFilm()
+{
+    QTemporaryDir folder;
+    QVERIFY(folder.isValid());
+    const QString film = folder.filePath("film.mp4");
+    QProcess ff;
+    ff.start("ffmpeg", {"-hide_banner", "-loglevel", "error", "-nostdin", "-y", "-f", "lavfi", "-i",
+                        "testsrc=size=160x120:rate=25:duration=3", "-f", "lavfi", "-i", "sine=frequency=440:duration=3",
+                        "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac", film});
+    QVERIFY(ff.waitForFinished(kRunTimeoutMs));
+    QCOMPARE(ff.exitCode(), 0);
+    const QStringList lines = {QStringLiteral("안녕하세요, 만나서 반갑습니다."), QStringLiteral("오늘 날씨가 정말 좋네요.")};
+    const QString srt = QStringLiteral("1\r\n00:00:00,300 --> 00:00:00,900\r\n%1\r\n\r\n"
+                                       "2\r\n00:00:01,200 --> 00:00:01,800\r\n%2\r\n\r\n").arg(lines[0], lines[1]);
+    QFile file(folder.filePath("film.srt"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    const QByteArray bytes = QTextCodec::codecForName("CP949")->fromUnicode(srt);
+    QVERIFY(!bytes.isEmpty());
+    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+    file.close();
+
+    const auto shown = [](const Run &r) {
+        QStringList texts;
+        for (const QJsonObject &e : r.named("subtitle"))
+            texts.append(e.value("text").toString());
+        return texts;
+    };
+    const Run on = run({"--json", "--subtitles", film});
+    QVERIFY2(on.exitCode == 0, on.err.constData());
+    QCOMPARE(shown(on), QStringList({lines[0], QString(), lines[1], QString()}));
+    QVERIFY(on.named("error").isEmpty());
+
+    // Without the option the lines stay off.
+    const Run off = run({"--json", film});
+    QVERIFY2(off.exitCode == 0, off.err.constData());
+    QCOMPARE(shown(off), QStringList());
 }
 
 void tst_OrvicPlay::damagedFiles_data()

@@ -71,3 +71,10 @@ if [ ! -s corrupt.mp4 ]; then
 fi
 [ -s notmedia.mp3 ] || printf 'This is a plain text document, not audio.\n%.0s' $(seq 1 200) > notmedia.mp3
 [ -s mp3named.mp4 ] || cp sine.mp3 mp3named.mp4
+
+# 4 s MP4 with video and one audio track and no subtitles of its own: the
+# subtitle file tests put it beside files they write themselves.
+if [ ! -s plain.mp4 ]; then
+    ff -f lavfi -i "testsrc=size=160x120:rate=25:duration=4" -f lavfi -i "sine=frequency=440:duration=4" \
+       -map 0:v -map 1:a -c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p -c:a aac -b:a 48k plain.mp4
+fi

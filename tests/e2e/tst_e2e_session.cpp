@@ -4,11 +4,14 @@
 // The watchdog is fed by timeUpdate from a timer, as a client feeds it.
 #include "e2esupport.h"
 #include "sessionrecorder.h"
+#include "../hostservice/subtitlesamples.h"
 
 #include <qorvicplayersession.h>
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+#include <QtCore/QTemporaryDir>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSize>
 #include <QtCore/QTimer>
@@ -47,6 +50,7 @@ private Q_SLOTS:
     void comesUpAgainstRealService();
     void openPlayAndControlMp4();
     void subtitlesThroughSession();
+    void subtitleFileThroughSession();
     void ratesOnTheRealEngine_data();
     void ratesOnTheRealEngine();
     void audioStreamOfAudioOnlyMediumIsRefused();
@@ -242,6 +246,61 @@ void tst_E2eSession::subtitlesThroughSession()
     QTRY_VERIFY_WITH_TIMEOUT(m_session->position() >= 4300, 3000);
     const QStringList subtitles = m_recorder->texts({"metaDataChanged"}).filter(QMediaMetaData::SubTitle + ",");
     QCOMPARE(subtitles, QStringList({second}));
+}
+
+// A Korean SAMI file in CP949 beside a film of no subtitles of its own: two
+// streams (its Korean and English classes), named in the subtitle records,
+// their lines at their times, switched by the subtitle number.
+void tst_E2eSession::subtitleFileThroughSession()
+{
+    QTemporaryDir folder;
+    QVERIFY(folder.isValid());
+    const QString film = folder.filePath("film.mp4");
+    QVERIFY(QFile::copy(medium("plain.mp4"), film));
+    QFile sami(folder.filePath("film.smi"));
+    QVERIFY(sami.open(QIODevice::WriteOnly));
+    const QByteArray bytes = subtitlesamples::koreanSami();
+    QCOMPARE(sami.write(bytes), qint64(bytes.size()));
+    sami.close();
+
+    createSession();
+    m_session->manageActList(Session::Msg_SetMedia, film);
+    QTRY_VERIFY_WITH_TIMEOUT(m_recorder->texts({"playbackRateChanged"}).contains("playbackRateChanged(1)"), 10000);
+    const QVariantMap meta = lastMetadata();
+    QCOMPARE(meta.value(QMediaMetaData::SubtitleCount).toInt(), 2);
+    QCOMPARE(meta.value(QMediaMetaData::SubtitleId).toInt(), 0);
+    QStringList languages;
+    for (int i = 0; i < 2; ++i) {
+        const QVariant info = m_session->metadataInvoke(QMediaPlayer::SubtitleStreamInvoke, i);
+        languages.append(info.value<QMediaPlayer::SubtitleInfo>().language);
+    }
+    QCOMPARE(languages, QStringList({"ko", "en"}));
+
+    const auto line = [](const QString &text) {
+        return QStringLiteral("metaDataChanged(%1,%2)").arg(QMediaMetaData::SubTitle, text);
+    };
+    const auto lines = [this] {
+        return m_recorder->texts({"metaDataChanged"}).filter(QMediaMetaData::SubTitle + ",");
+    };
+    m_session->manageActList(Session::Msg_SubtitleOnOff, true);
+    m_session->manageActList(Session::Msg_Play, QVariant());
+    const QString first = line(QStringLiteral("안녕하세요,\n만나서 반갑습니다."));
+    QTRY_VERIFY_WITH_TIMEOUT(lines().contains(first), 5000);
+    const qint64 shownAt = m_session->position();
+    // Never before its time; read late by up to a second on a busy machine.
+    QVERIFY2(shownAt >= 250 && shownAt < 1300, qPrintable(QString::number(shownAt)));
+    QTRY_COMPARE_WITH_TIMEOUT(lines(), QStringList({first, line(QString())}), 3000);
+
+    // The English class from here on: its second line at 1.2 s.
+    m_session->manageActList(Session::Msg_SubtitleNum, 1);
+    QTRY_VERIFY(m_recorder->texts({"metaDataChanged"}).contains(
+            QStringLiteral("metaDataChanged(%1,1)").arg(QMediaMetaData::SubtitleId)));
+    const QString second = line(QStringLiteral("The weather is lovely today."));
+    QTRY_VERIFY_WITH_TIMEOUT(lines().contains(second), 5000);
+    const qint64 secondAt = m_session->position();
+    QVERIFY2(secondAt >= 1150 && secondAt < 2200, qPrintable(QString::number(secondAt)));
+    QTRY_COMPARE_WITH_TIMEOUT(lines(), QStringList({first, line(QString()), second, line(QString())}), 3000);
+    QCOMPARE(lastMetadata().value(QMediaMetaData::SubtitleId).toInt(), 1);
 }
 
 void tst_E2eSession::ratesOnTheRealEngine_data()

@@ -1,0 +1,187 @@
+// Streams and switches of the playback engine: stream counts and choice,
+// volume, the parameters of the client and stream languages.
+#include "playbinengine.h"
+#include "playbinengine_p.h"
+#include "errormap.h"
+#include "pswire.h"
+
+using namespace playbinengine;
+using playback::SPPlayer;
+
+namespace {
+// Languages are handed back in the engine's 8-byte field, NUL included.
+const int kLanguageBytes = 7;
+} // namespace
+
+int PlaybinEngine::streamCount(const char *property) const
+{
+    gint n = 0;
+    g_object_get(m_playbin, property, &n, nullptr);
+    return n;
+}
+
+int PlaybinEngine::changeStream(int type, int index)
+{
+    const char *count = nullptr;
+    const char *current = nullptr;
+    switch (type) {
+    case SPPlayer::STREAM_VIDEO:
+        count = "n-video";
+        current = "current-video";
+        break;
+    case SPPlayer::STREAM_AUDIO:
+        count = "n-audio";
+        current = "current-audio";
+        break;
+    case SPPlayer::STREAM_SUBTITLE:
+        count = "n-text";
+        current = "current-text";
+        break;
+    default:
+        return pswire::ResultInvalidArgument;
+    }
+    if (!isPrepared())
+        return pswire::ResultInvalidState;
+    if (type == SPPlayer::STREAM_SUBTITLE) {
+        if (index < 0 || index >= subtitleCount())
+            return pswire::ResultInvalidArgument;
+        const int embedded = streamCount(count);
+        if (index >= embedded) {
+            showExternalSubtitles(index - embedded);
+            emitEvent(pswire::EvStreamChanged, {type, index});
+            return pswire::ResultOk;
+        }
+        m_externalCurrent = -1;
+    }
+    if (index < 0 || index >= streamCount(count))
+        return pswire::ResultInvalidArgument;
+    g_object_set(m_playbin, current, index, nullptr);
+    if (type == SPPlayer::STREAM_SUBTITLE) {
+        // Cues of the old stream go; a flushing seek brings the new
+        // stream's cues for the current position.
+        if (m_subtitleOn && !m_subtitles.shown().isEmpty())
+            emitEvent(pswire::EvSubtitleChanged, {QByteArray(), 1});
+        m_subtitles.clear();
+        m_subtitles.resetShown();
+        if (m_seekable)
+            seekWithRate(m_rate, position());
+    }
+    emitEvent(pswire::EvStreamChanged, {type, index});
+    return pswire::ResultOk;
+}
+
+int PlaybinEngine::currentStream(int type) const
+{
+    const char *current = nullptr;
+    switch (type) {
+    case SPPlayer::STREAM_VIDEO:
+        current = "current-video";
+        break;
+    case SPPlayer::STREAM_AUDIO:
+        current = "current-audio";
+        break;
+    case SPPlayer::STREAM_SUBTITLE:
+        if (m_externalCurrent >= 0)
+            return streamCount("n-text") + m_externalCurrent;
+        current = "current-text";
+        break;
+    default:
+        return pswire::ResultInvalidArgument;
+    }
+    gint index = -1;
+    g_object_get(m_playbin, current, &index, nullptr);
+    return index;
+}
+
+int PlaybinEngine::setStreamVolume(int volume)
+{
+    if (volume < 0 || volume > 100)
+        return pswire::ResultInvalidArgument;
+    m_volume = volume;
+    g_object_set(m_playbin, "volume", volume / 100.0, nullptr);
+    emitEvent(pswire::EvVolumeChanged, {volume});
+    return pswire::ResultOk;
+}
+
+void PlaybinEngine::setPlayFlag(int flag, bool on)
+{
+    gint flags = 0;
+    g_object_get(m_playbin, "flags", &flags, nullptr);
+    flags = on ? (flags | flag) : (flags & ~flag);
+    g_object_set(m_playbin, "flags", flags, nullptr);
+}
+
+int PlaybinEngine::setParameter(const QByteArray &key, const QByteArray &value)
+{
+    if (value.isEmpty())
+        return pswire::ResultInvalidArgument;
+    const bool on = value.count('\0') != value.size();
+    if (key == "set-subtitle-onoff") {
+        if (on != m_subtitleOn) {
+            m_subtitleOn = on;
+            m_subtitles.resetShown();
+            if (on && isPrepared())
+                updateSubtitle();
+        }
+        return pswire::ResultOk;
+    }
+    if (key == "set-video-onoff") {
+        if (on != m_videoOn) {
+            m_videoOn = on;
+            setPlayFlag(kFlagVideo, on);
+            emitEvent(pswire::EvError, {errormap::kVideoAvailabilityChanged});
+        }
+        return pswire::ResultOk;
+    }
+    if (key == "set-audio-onoff") {
+        // Muting keeps the audio clock and the stream in place, so audio
+        // comes back at once and in sync.
+        m_audioOn = on;
+        g_object_set(m_playbin, "mute", !on, nullptr);
+        return pswire::ResultOk;
+    }
+    return pswire::ResultInvalidArgument;
+}
+
+int PlaybinEngine::getParameter(const QByteArray &key, QByteArray *output) const
+{
+    int value;
+    if (key == "get-audio-count")
+        value = streamCount("n-audio");
+    else if (key == "get-subtitle-count")
+        value = subtitleCount();
+    else if (key == "get-video-count")
+        value = streamCount("n-video");
+    else if (key == "get-subtitle-onoff")
+        value = m_subtitleOn;
+    else if (key == "get-video-onoff")
+        value = m_videoOn;
+    else if (key == "get-audio-onoff")
+        value = m_audioOn;
+    else
+        return pswire::ResultInvalidArgument;
+    *output = intBytes(value);
+    return pswire::ResultOk;
+}
+
+int PlaybinEngine::subtitleLanguage(int index, QByteArray *output) const
+{
+    if (!isPrepared() || index < 0 || index >= subtitleCount())
+        return pswire::ResultInvalidArgument;
+    const int embedded = streamCount("n-text");
+    if (index >= embedded) {
+        *output = m_external.stream(index - embedded).language.left(kLanguageBytes);
+        return pswire::ResultOk;
+    }
+    GstTagList *tags = nullptr;
+    g_signal_emit_by_name(m_playbin, "get-text-tags", index, &tags);
+    output->clear();
+    if (tags) {
+        gchar *code = nullptr;
+        if (gst_tag_list_get_string(tags, GST_TAG_LANGUAGE_CODE, &code) && code)
+            *output = QByteArray(code).left(kLanguageBytes);
+        g_free(code);
+        gst_tag_list_unref(tags);
+    }
+    return pswire::ResultOk;
+}
