@@ -1,0 +1,190 @@
+// A command's round trip and the floors it is built on: a bare queued
+// signal between the same two threads and a bare request/answer on the
+// service's local socket.
+#include "benchcore.h"
+#include "players.h"
+#include "workers.h"
+
+#include <hostruntime.h>
+#include <psprotocol.h>
+#include <qorvicplayersession.h>
+
+#include <QtCore/QThread>
+#include <QtNetwork/QLocalSocket>
+
+namespace orvicbench {
+
+namespace {
+
+using Session = QOrvicPlayerSession;
+const int kRoundTripTimeoutMs = 3000;
+const int kWarmUps = 20;
+
+// Two signals for a ping-pong between two threads.
+class Relay : public QObject
+{
+    Q_OBJECT
+Q_SIGNALS:
+    void ping();
+    void pong();
+};
+
+// A thread of the client's, with an object living on it to run code there.
+class ClientThread
+{
+public:
+    ClientThread()
+    {
+        m_thread.start();
+        m_context.moveToThread(&m_thread);
+    }
+    ~ClientThread()
+    {
+        m_thread.quit();
+        m_thread.wait();
+    }
+    QObject *context() { return &m_context; }
+
+private:
+    QThread m_thread;
+    QObject m_context;
+};
+
+// Volume commands alternate between two values, so that each one reaches
+// the engine.
+int volumeFor(int rep) { return rep % 2 ? 40 : 60; }
+
+bool openSession(Session &session, const QString &url)
+{
+    std::atomic<bool> settled{false};
+    const QMetaObject::Connection done = QObject::connect(
+            &session, &Session::playbackRateChanged, [&](float) { settled = true; });
+    session.manageActList(Session::Msg_SetMedia, url);
+    const bool ok = waitFor([&] { return bool(settled); }, 15000) >= 0;
+    QObject::disconnect(done);
+    return ok;
+}
+
+int ownerThreadRoundTrips(Session &session, int reps)
+{
+    std::atomic<double> changedAt{-1};
+    const QMetaObject::Connection c = QObject::connect(
+            &session, &Session::volumeChanged, [&](int) { changedAt = nowMs(); });
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        changedAt = -1;
+        const double t0 = nowMs();
+        // On the owner's thread the command is carried out before this returns.
+        session.manageActList(Session::Msg_Volume, volumeFor(rep));
+        if (changedAt < 0) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("cmd_owner/ours"), (changedAt - t0) * 1000.0);
+    }
+    QObject::disconnect(c);
+    return failures;
+}
+
+int otherThreadRoundTrips(Session &session, int reps)
+{
+    ClientThread client;
+    std::atomic<double> sentAt{-1}, changedAt{-1};
+    // Delivered on the client's thread, queued from the owner's.
+    const QMetaObject::Connection c = QObject::connect(
+            &session, &Session::volumeChanged, client.context(), [&](int) { changedAt = nowMs(); });
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        changedAt = -1;
+        QMetaObject::invokeMethod(client.context(), [&, rep] {
+            sentAt = nowMs();
+            session.manageActList(Session::Msg_Volume, volumeFor(rep));
+        }, Qt::QueuedConnection);
+        if (waitFor([&] { return changedAt >= 0; }, kRoundTripTimeoutMs) < 0) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("cmd_other/ours"), (changedAt - sentAt) * 1000.0);
+    }
+    QObject::disconnect(c);
+    return failures;
+}
+
+// A signal from the client's thread to this one and one back.
+int queuedFloor(int reps)
+{
+    ClientThread client;
+    Relay relay; // lives on this (the owner's) thread
+    std::atomic<double> sentAt{-1}, backAt{-1};
+    QObject::connect(&relay, &Relay::ping, &relay, [&] { Q_EMIT relay.pong(); }, Qt::QueuedConnection);
+    QObject::connect(&relay, &Relay::pong, client.context(), [&] { backAt = nowMs(); }, Qt::QueuedConnection);
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        backAt = -1;
+        QMetaObject::invokeMethod(client.context(), [&] {
+            sentAt = nowMs();
+            Q_EMIT relay.ping();
+        }, Qt::QueuedConnection);
+        if (waitFor([&] { return backAt >= 0; }, kRoundTripTimeoutMs) < 0) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("floor_queued"), (backAt - sentAt) * 1000.0);
+    }
+    return failures;
+}
+
+// One frame to the service and its answer, on a blocking socket of this thread.
+int socketFloor(int reps)
+{
+    QLocalSocket socket;
+    socket.connectToServer(QString::fromStdString(hostruntime::socketPath(hostruntime::runtimeDirectory())));
+    if (!socket.waitForConnected(3000))
+        return reps;
+    psprotocol::FrameReader reader;
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        const quint32 sequence = quint32(rep + kWarmUps + 1);
+        const double t0 = nowMs();
+        socket.write(psprotocol::encode(psprotocol::ping(sequence)));
+        socket.flush();
+        bool answered = false;
+        bool ok = true;
+        while (!answered && ok && socket.waitForReadyRead(kRoundTripTimeoutMs)) {
+            for (const psprotocol::Frame &frame : reader.read(&socket, &ok))
+                answered = answered || (frame.kind == pswire::FramePong && frame.sequence == sequence);
+        }
+        const double t1 = nowMs();
+        if (!answered) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("floor_socket"), (t1 - t0) * 1000.0);
+    }
+    return failures;
+}
+
+} // namespace
+
+int runCommand(const WorkerArgs &args)
+{
+    Session session{QMediaPlayer::Flags{}};
+    if (!openSession(session, args.url)) {
+        emitNote(QStringLiteral("command: the medium did not open"));
+        return 1;
+    }
+    int failures = ownerThreadRoundTrips(session, args.reps);
+    failures += otherThreadRoundTrips(session, args.reps);
+    failures += queuedFloor(args.reps);
+    failures += socketFloor(args.reps);
+    session.stop();
+    return failures == 0 ? 0 : 1;
+}
+
+} // namespace orvicbench
+
+#include "worker_command.moc"
