@@ -8,6 +8,7 @@
 // (its runtime directory was removed).
 #include "hostruntime.h"
 #include "playbinengine.h"
+#include "pluginwarmup.h"
 #include "server.h"
 
 #include <QtCore/QCoreApplication>
@@ -120,6 +121,8 @@ int main(int argc, char *argv[])
     if (!server.listen())
         return 2;
     qInfo("listening on %s", socket.c_str());
+    // While the first clients connect and create their engines.
+    const PluginWarmup warmup;
 
     // Nobody can reach a daemon whose socket is gone (its runtime directory
     // was removed): it ends instead of lingering.
