@@ -128,9 +128,11 @@ ClientPlayer::ClientPlayer(const char *name, CallBack *callBack)
                    // Events of a service that went away are not delivered.
                    [this] { m_events->discard(); })
 {
-    const std::string socket = hostruntime::socketPath(hostruntime::runtimeDirectory());
+    const std::string dir = hostruntime::runtimeDirectory();
+    const std::string socket = hostruntime::socketPath(dir);
     if (!m_connection.open(QString::fromStdString(socket), kConnectTimeoutMs))
         return;
+    m_connection.setServiceProcess(hostruntime::instanceLockHolder(dir));
     const ServiceConnection::Answer answer = ask(pswire::OpOpen, {QString::fromUtf8(name ? name : "")});
     if (answer.status == pswire::ResultOk && answer.result.toInt() >= 0) {
         QMutexLocker lock(&m_lastKnownMutex);
