@@ -96,7 +96,7 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
                    QStringLiteral("cmd_other/ours"),
                    {QStringLiteral("bare queued signal there and back + bare socket request/answer"),
                     {QStringLiteral("floor_queued"), QStringLiteral("floor_socket")}}, 1.5});
-    m_rows.append({QStringLiteral("detect"), QStringLiteral("detectEncoding, tag-sized text (per call)"), us,
+    m_rows.append({QStringLiteral("detect"), QStringLiteral("detectEncoding, tag-sized text (CPU time per call)"), us,
                    QStringLiteral("detect/ours"),
                    {QStringLiteral("bare uchardet on the same five copies"), {QStringLiteral("detect/uchardet")}}, 1.1});
     m_rows.append({QStringLiteral("recovery_kill"), QStringLiteral("recovery after SIGKILL of psserver"), ms,
