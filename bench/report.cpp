@@ -96,6 +96,10 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
                    QStringLiteral("cmd_other/ours"),
                    {QStringLiteral("bare queued signal there and back + bare socket request/answer"),
                     {QStringLiteral("floor_queued"), QStringLiteral("floor_socket")}}, 1.5});
+    m_rows.append({QStringLiteral("engine_call"),
+                   QStringLiteral("(where it goes) bare engine call through psserver's engine thread, no client library"),
+                   us, QStringLiteral("engine_call"),
+                   {QStringLiteral("bare request/answer on the service socket"), {QStringLiteral("floor_socket")}}, -1});
     m_rows.append({QStringLiteral("detect"), QStringLiteral("detectEncoding, tag-sized text (CPU time per call)"), us,
                    QStringLiteral("detect/ours"),
                    {QStringLiteral("bare uchardet on the same five copies"), {QStringLiteral("detect/uchardet")}}, 1.1});

@@ -137,33 +137,76 @@ int queuedFloor(int reps)
     return failures;
 }
 
-// One frame to the service and its answer, on a blocking socket of this thread.
+// A blocking link to the service on this thread, without the client
+// library: one frame out, wait for the frame that answers it.
+class BareLink
+{
+public:
+    bool connect()
+    {
+        m_socket.connectToServer(
+                QString::fromStdString(hostruntime::socketPath(hostruntime::runtimeDirectory())));
+        return m_socket.waitForConnected(3000);
+    }
+    // Sends `frame` and waits for its pong or reply; false on a timeout.
+    bool exchange(const psprotocol::Frame &frame)
+    {
+        const quint32 answerKind = frame.kind == pswire::FramePing ? pswire::FramePong : pswire::FrameReply;
+        m_socket.write(psprotocol::encode(frame));
+        m_socket.flush();
+        bool ok = true;
+        while (ok && m_socket.waitForReadyRead(kRoundTripTimeoutMs)) {
+            for (const psprotocol::Frame &in : m_reader.read(&m_socket, &ok)) {
+                if (in.kind == answerKind && in.sequence == frame.sequence)
+                    return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    QLocalSocket m_socket;
+    psprotocol::FrameReader m_reader;
+};
+
+// A ping: answered by the service's socket thread itself.
 int socketFloor(int reps)
 {
-    QLocalSocket socket;
-    socket.connectToServer(QString::fromStdString(hostruntime::socketPath(hostruntime::runtimeDirectory())));
-    if (!socket.waitForConnected(3000))
+    BareLink link;
+    if (!link.connect())
         return reps;
-    psprotocol::FrameReader reader;
     int failures = 0;
     for (int rep = -kWarmUps; rep < reps; ++rep) {
-        const quint32 sequence = quint32(rep + kWarmUps + 1);
         const double t0 = nowMs();
-        socket.write(psprotocol::encode(psprotocol::ping(sequence)));
-        socket.flush();
-        bool answered = false;
-        bool ok = true;
-        while (!answered && ok && socket.waitForReadyRead(kRoundTripTimeoutMs)) {
-            for (const psprotocol::Frame &frame : reader.read(&socket, &ok))
-                answered = answered || (frame.kind == pswire::FramePong && frame.sequence == sequence);
-        }
-        const double t1 = nowMs();
-        if (!answered) {
+        if (!link.exchange(psprotocol::ping(quint32(rep + kWarmUps + 1)))) {
             ++failures;
             continue;
         }
         if (rep >= 0)
-            emitSample(QStringLiteral("floor_socket"), (t1 - t0) * 1000.0);
+            emitSample(QStringLiteral("floor_socket"), (nowMs() - t0) * 1000.0);
+    }
+    return failures;
+}
+
+// Not a floor of the table: an engine call (the volume read) on a bare link
+// of its own, which goes through the service's engine thread as the
+// session's commands do; it tells the service's share of a command from
+// the client's.
+int bareEngineCalls(int reps)
+{
+    BareLink link;
+    quint32 sequence = 0;
+    if (!link.connect() || !link.exchange(psprotocol::call(++sequence, pswire::OpOpen, {QStringLiteral("bench")})))
+        return reps;
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        const double t0 = nowMs();
+        if (!link.exchange(psprotocol::call(++sequence, pswire::OpGetVolume, {}))) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("engine_call"), (nowMs() - t0) * 1000.0);
     }
     return failures;
 }
@@ -181,6 +224,7 @@ int runCommand(const WorkerArgs &args)
     failures += otherThreadRoundTrips(session, args.reps);
     failures += queuedFloor(args.reps);
     failures += socketFloor(args.reps);
+    failures += bareEngineCalls(args.reps);
     session.stop();
     return failures == 0 ? 0 : 1;
 }
