@@ -33,7 +33,10 @@ public:
     std::atomic<double> errorAt{-1};
 };
 
-// "ours" or "stock"; nullptr for another name.
+// "ours" or "stock"; nullptr for another name. A QMediaPlayer on the
+// library's own Qt Multimedia back end is a third player of this kind: its
+// rows then stand beside these (runner.cpp lists the players per set,
+// report.cpp the rows).
 std::unique_ptr<BenchPlayer> makePlayer(const QString &name, bool network);
 
 } // namespace orvicbench

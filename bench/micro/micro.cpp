@@ -1,8 +1,11 @@
 // Micro-benchmarks of the library's own steps: charset detection against
-// bare uchardet, the metadata map built from a record, and a queued
-// signal's delivery.
+// bare uchardet, the metadata map built from a record, and a command's
+// dispatch through the session's queue to a scripted engine.
 #include <qorvicmetadatasession.h>
 #include <qorvicplayersession.h>
+
+#include <instantpolls.h>
+#include <scriptedplatform.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTextCodec>
@@ -55,6 +58,33 @@ void fillMetadataMap(benchmark::State &state)
     }
 }
 BENCHMARK(fillMetadataMap);
+
+// manageActList on the owner's thread down to the engine call and back:
+// the queue, the locks, the parameter's conversion and volumeChanged, with
+// an engine that answers at once.
+void dispatchVolumeCommand(benchmark::State &state)
+{
+    orvictest::ScriptedEngine engine;
+    orvictest::ScriptedPropertyService properties;
+    orvictest::InstantPolls polls;
+    QOrvicPlayerSession session(QMediaPlayer::Flags{});
+    int changes = 0;
+    QObject::connect(&session, &QOrvicPlayerSession::volumeChanged, [&changes](int) { ++changes; });
+    int volume = 40;
+    for (auto _ : state) {
+        volume = volume == 40 ? 60 : 40;
+        session.manageActList(QOrvicPlayerSession::Msg_Volume, volume);
+        if ((changes & 0xfff) == 0) {
+            // The scripted engine records every call; keep the record short.
+            state.PauseTiming();
+            engine.recorder().clear();
+            state.ResumeTiming();
+        }
+    }
+    if (changes != int(state.iterations()))
+        state.SkipWithError("a command did not reach the engine");
+}
+BENCHMARK(dispatchVolumeCommand);
 
 } // namespace
 
