@@ -50,9 +50,13 @@ private:
     QObject m_context;
 };
 
-// Volume commands alternate between two values, so that each one reaches
-// the engine.
-int volumeFor(int rep) { return rep % 2 ? 40 : 60; }
+// Volume commands alternate between two values over the whole set, so
+// that each one changes the volume and reaches the engine.
+int nextVolume()
+{
+    static std::atomic<int> commands{0};
+    return commands++ % 2 ? 40 : 60;
+}
 
 bool openSession(Session &session, const QString &url)
 {
@@ -75,7 +79,7 @@ int ownerThreadRoundTrips(Session &session, int reps)
         changedAt = -1;
         const double t0 = nowMs();
         // On the owner's thread the command is carried out before this returns.
-        session.manageActList(Session::Msg_Volume, volumeFor(rep));
+        session.manageActList(Session::Msg_Volume, nextVolume());
         if (changedAt < 0) {
             ++failures;
             continue;
@@ -97,9 +101,9 @@ int otherThreadRoundTrips(Session &session, int reps)
     int failures = 0;
     for (int rep = -kWarmUps; rep < reps; ++rep) {
         changedAt = -1;
-        QMetaObject::invokeMethod(client.context(), [&, rep] {
+        QMetaObject::invokeMethod(client.context(), [&] {
             sentAt = nowMs();
-            session.manageActList(Session::Msg_Volume, volumeFor(rep));
+            session.manageActList(Session::Msg_Volume, nextVolume());
         }, Qt::QueuedConnection);
         if (waitFor([&] { return changedAt >= 0; }, kRoundTripTimeoutMs) < 0) {
             ++failures;
@@ -220,12 +224,20 @@ int runCommand(const WorkerArgs &args)
         emitNote(QStringLiteral("command: the medium did not open"));
         return 1;
     }
-    int failures = ownerThreadRoundTrips(session, args.reps);
-    failures += otherThreadRoundTrips(session, args.reps);
-    failures += queuedFloor(args.reps);
-    failures += socketFloor(args.reps);
-    failures += bareEngineCalls(args.reps);
+    const struct { const char *name; int failures; } parts[] = {
+        {"owner thread", ownerThreadRoundTrips(session, args.reps)},
+        {"other thread", otherThreadRoundTrips(session, args.reps)},
+        {"queued signal", queuedFloor(args.reps)},
+        {"socket", socketFloor(args.reps)},
+        {"engine call", bareEngineCalls(args.reps)},
+    };
     session.stop();
+    int failures = 0;
+    for (const auto &part : parts) {
+        if (part.failures > 0)
+            emitNote(QStringLiteral("command, %1: %2 round trips without an answer").arg(part.name).arg(part.failures));
+        failures += part.failures;
+    }
     return failures == 0 ? 0 : 1;
 }
 
