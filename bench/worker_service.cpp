@@ -55,6 +55,7 @@ struct ThreadedSession
     QThread thread;
     QObject context;
     Session *session = nullptr;
+    QTimer *poll = nullptr; // on the session's thread
     std::atomic<double> metadataAt{-1};
     std::atomic<double> settledAt{-1};
     std::atomic<double> playingAt{-1};
@@ -70,10 +71,10 @@ struct ThreadedSession
             QObject::connect(session, &Session::playbackRateChanged, [this](float) { stampOnce(settledAt); });
             // The position is asked for on the session's own thread, as its
             // owner would; the first one past the start stamps "playing".
-            auto *poll = new QTimer(&context);
+            poll = new QTimer(&context);
             poll->setTimerType(Qt::PreciseTimer);
             poll->setInterval(kPositionPollMs);
-            QObject::connect(poll, &QTimer::timeout, [this, poll] {
+            QObject::connect(poll, &QTimer::timeout, [this] {
                 if (session->state() == Session::Player_Play && session->position() > 0) {
                     stampOnce(playingAt);
                     poll->stop();
@@ -91,6 +92,7 @@ struct ThreadedSession
     void finish()
     {
         QMetaObject::invokeMethod(&context, [this] {
+            poll->stop();
             session->stop();
             delete session;
             session = nullptr;
