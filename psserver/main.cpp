@@ -122,7 +122,7 @@ int main(int argc, char *argv[])
         return 2;
     qInfo("listening on %s", socket.c_str());
     // While the first clients connect and create their engines.
-    const PluginWarmup warmup;
+    PluginWarmup warmup;
 
     // Nobody can reach a daemon whose socket is gone (its runtime directory
     // was removed): it ends instead of lingering.
@@ -138,6 +138,7 @@ int main(int argc, char *argv[])
 
     const int result = app.exec();
     server.shutdown();
+    warmup.wait(); // a stop right after the start may find it still loading
     gst_deinit();
     ::close(lock);
     qInfo("exit");

@@ -29,8 +29,13 @@ PluginWarmup::PluginWarmup()
 {
 }
 
-PluginWarmup::~PluginWarmup()
+void PluginWarmup::wait()
 {
     if (m_thread.joinable())
         m_thread.join();
+}
+
+PluginWarmup::~PluginWarmup()
+{
+    wait();
 }

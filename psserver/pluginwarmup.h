@@ -12,7 +12,9 @@ class PluginWarmup
 public:
     // Starts loading at once, on a thread of its own.
     PluginWarmup();
-    // Waits for the loading to end (before GStreamer is shut down).
+    // Waits for the loading to end; must be called before GStreamer is
+    // shut down. The destructor waits too.
+    void wait();
     ~PluginWarmup();
     PluginWarmup(const PluginWarmup &) = delete;
     PluginWarmup &operator=(const PluginWarmup &) = delete;
