@@ -8,6 +8,7 @@
 // disappears (its runtime directory was removed).
 #include "hostruntime.h"
 #include "playbinengine.h"
+#include "pluginwarmup.h"
 #include "server.h"
 
 #include <QtCore/QCoreApplication>
@@ -119,6 +120,8 @@ int main(int argc, char *argv[])
     if (!server.listen())
         return 2;
     qInfo("listening on %s", hostruntime::socketName(dir).c_str());
+    // While the first clients connect and create their engines.
+    PluginWarmup warmup;
 
     // A daemon whose runtime directory was removed (its lock file with it)
     // is out of reach of the property service: it ends instead of lingering
@@ -136,6 +139,7 @@ int main(int argc, char *argv[])
 
     const int result = app.exec();
     server.shutdown();
+    warmup.wait(); // a stop right after the start may find it still loading
     gst_deinit();
     ::close(lock);
     qInfo("exit");

@@ -94,8 +94,12 @@ bool PlaybinEngine::createPipeline()
     m_textSink = gst_element_factory_make("appsink", nullptr);
     if (m_textSink) {
         GstCaps *caps = gst_caps_from_string("text/x-raw");
-        // Cues are taken as early as they come and shown by position.
-        g_object_set(m_textSink, "sync", FALSE, "async", FALSE, "caps", caps, "max-buffers", 0, nullptr);
+        // Cues are taken as early as they come and shown by position. The
+        // sink renders nothing in time, so it claims no processing deadline:
+        // its default 20 ms would become the latency of the whole pipeline
+        // and hold back the start of every play and seek by as much.
+        g_object_set(m_textSink, "sync", FALSE, "async", FALSE, "caps", caps, "max-buffers", 0,
+                     "processing-deadline", G_GUINT64_CONSTANT(0), nullptr);
         gst_caps_unref(caps);
         GstAppSinkCallbacks callbacks{};
         callbacks.new_sample = [](GstAppSink *sink, gpointer self) {

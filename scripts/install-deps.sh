@@ -3,6 +3,8 @@
 #   scripts/install-deps.sh               the PC build and its tests
 #   scripts/install-deps.sh --cross-armhf also the 32-bit ARM cross build: cross
 #                                         compiler, qemu user mode, mmdebstrap
+#   scripts/install-deps.sh --bench       also the benchmarks (scripts/bench.sh):
+#                                         Google Benchmark, gnuplot for the plot
 set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config git ccache
@@ -16,6 +18,9 @@ packages=(
 )
 if [ "${1:-}" = "--cross-armhf" ]; then
     packages+=(crossbuild-essential-armhf qemu-user mmdebstrap)
+fi
+if [ "${1:-}" = "--bench" ]; then
+    packages+=(libbenchmark-dev gnuplot-nox)
 fi
 missing=()
 for p in "${packages[@]}"; do

@@ -17,6 +17,7 @@ private Q_SLOTS:
     void systemCodec_data();
     void systemCodec();
     void configUnderXdgConfigHome();
+    void configChangesAreSeen();
     void otherItemsAreEmpty();
     void lengthIsRespected();
     void badBufferIsRefused();
@@ -104,6 +105,26 @@ void tst_HostPlatformControl::configUnderXdgConfigHome()
     else
         qputenv("XDG_CONFIG_HOME", previous);
     QCOMPARE(codec, QByteArray("EUC-KR"));
+}
+
+// The parsed file is kept between reads: a rewritten, replaced or removed
+// file must still be seen at the next read.
+void tst_HostPlatformControl::configChangesAreSeen()
+{
+    const QString path = m_dir.filePath("platform.conf");
+    writeConfig(path, "system_codec = GBK\n");
+    QCOMPARE(read(104), QByteArray("GBK"));
+    QCOMPARE(read(104), QByteArray("GBK"));
+    writeConfig(path, "system_codec = windows-1251\n");
+    QCOMPARE(read(104), QByteArray("windows-1251"));
+    // Another file of the same size in its place.
+    const QString other = m_dir.filePath("other.conf");
+    writeConfig(other, "system_codec = windows-1250\n");
+    QVERIFY(QFile::remove(path));
+    QVERIFY(QFile::rename(other, path));
+    QCOMPARE(read(104), QByteArray("windows-1250"));
+    QVERIFY(QFile::remove(path));
+    QCOMPARE(read(104), QByteArray());
 }
 
 void tst_HostPlatformControl::otherItemsAreEmpty()

@@ -128,8 +128,10 @@ ClientPlayer::ClientPlayer(const char *name, CallBack *callBack)
                    // Events of a service that went away are not delivered.
                    [this] { m_events->discard(); })
 {
-    if (!m_connection.open(hostruntime::runtimeDirectory(), kConnectTimeoutMs))
+    const std::string dir = hostruntime::runtimeDirectory();
+    if (!m_connection.open(dir, kConnectTimeoutMs))
         return;
+    m_connection.setServiceProcess(hostruntime::instanceLockHolder(dir));
     const ServiceConnection::Answer answer = ask(pswire::OpOpen, {QString::fromUtf8(name ? name : "")});
     if (answer.status == pswire::ResultOk && answer.result.toInt() >= 0) {
         QMutexLocker lock(&m_lastKnownMutex);

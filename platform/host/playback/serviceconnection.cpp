@@ -204,10 +204,32 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
             answer.status = pswire::ResultTimedOut;
             break;
         }
-        m_changed.wait(&m_mutex, ulong(qMin(silentUntil, limitUntil) - t));
+        const qint64 silentSince = qMax(m_lastHeardMs, sent);
+        if (t - silentSince >= kStoppedCheckMs && m_servicePid > 0) {
+            const pid_t pid = m_servicePid;
+            lock.unlock();
+            const bool stopped = hostruntime::isProcessStopped(pid);
+            lock.relock();
+            if (stopped && !m_pending[sequence].answered) {
+                m_suspect = true;
+                m_changed.wakeAll();
+                answer.status = pswire::ResultServiceUnresponsive;
+                break;
+            }
+            if (stopped)
+                continue; // answered meanwhile
+        }
+        const qint64 nextCheck = qMax(t, silentSince) + kStoppedCheckMs;
+        m_changed.wait(&m_mutex, ulong(qMax<qint64>(1, qMin(qMin(silentUntil, limitUntil), nextCheck) - t)));
     }
     m_pending.remove(sequence);
     return answer;
+}
+
+void ServiceConnection::setServiceProcess(pid_t pid)
+{
+    QMutexLocker lock(&m_mutex);
+    m_servicePid = pid;
 }
 
 bool ServiceConnection::isConnected() const

@@ -15,6 +15,7 @@
 
 #include <functional>
 #include <string>
+#include <sys/types.h>
 
 class QThread;
 
@@ -29,6 +30,10 @@ public:
     // (it answers pings within milliseconds when alive) counts as frozen.
     static constexpr int kSilenceLimitMs = 450;
     static constexpr int kPingIntervalMs = 100;
+    // After this long without a word, a waiting call looks whether the
+    // service's process is stopped (SIGSTOP): such a service cannot answer,
+    // and the call fails at once instead of at the silence limit.
+    static constexpr int kStoppedCheckMs = 20;
 
     struct Answer
     {
@@ -52,6 +57,9 @@ public:
     // service is found frozen, calls fail at once until it answers a ping
     // again; once the link is lost, they fail at once for good.
     Answer call(pswire::Operation operation, const QVariantList &arguments, int limitMs);
+
+    // The process serving this connection, for the stopped check; 0: unknown.
+    void setServiceProcess(pid_t pid);
 
     // Drops the link (no close handler runs) and ends the connection's thread.
     void close();
@@ -88,6 +96,7 @@ private:
     bool m_suspect = false;
     qint64 m_lastHeardMs = 0;
     quint32 m_nextSequence = 0;
+    pid_t m_servicePid = 0;
     QHash<quint32, Pending> m_pending;
 };
 

@@ -11,7 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <mutex>
 #include <string>
+#include <sys/stat.h>
 
 namespace {
 
@@ -40,12 +42,9 @@ std::string configFilePath()
     return std::string();
 }
 
-// The value of `key` in the config file; empty when the file or the key is missing.
-std::string configValue(const std::string &key)
+// Parses the config file at `path` for `key`.
+std::string readConfigValue(const std::string &path, const std::string &key)
 {
-    const std::string path = configFilePath();
-    if (path.empty())
-        return std::string();
     std::ifstream file(path);
     std::string line;
     while (std::getline(file, line)) {
@@ -57,6 +56,41 @@ std::string configValue(const std::string &key)
             return trimmed(line.substr(equals + 1));
     }
     return std::string();
+}
+
+// The value of `key` in the config file; empty when the file or the key is missing.
+// The codec is read for every tag text the session decodes: the parsed
+// value is kept while the file (path, inode, size, modification time) stays
+// the same, so a read costs one stat() instead of opening and parsing.
+std::string configValue(const std::string &key)
+{
+    const std::string path = configFilePath();
+    if (path.empty())
+        return std::string();
+    struct stat st{};
+    if (::stat(path.c_str(), &st) != 0)
+        return std::string();
+    struct Cached
+    {
+        std::string path;
+        std::string key;
+        ino_t inode = 0;
+        off_t size = -1;
+        timespec modified{};
+        std::string value;
+    };
+    static std::mutex cacheLock;
+    static Cached cached;
+    {
+        const std::lock_guard<std::mutex> lock(cacheLock);
+        if (cached.path == path && cached.key == key && cached.inode == st.st_ino && cached.size == st.st_size
+            && cached.modified.tv_sec == st.st_mtim.tv_sec && cached.modified.tv_nsec == st.st_mtim.tv_nsec)
+            return cached.value;
+    }
+    const std::string value = readConfigValue(path, key);
+    const std::lock_guard<std::mutex> lock(cacheLock);
+    cached = Cached{path, key, st.st_ino, st.st_size, st.st_mtim, value};
+    return value;
 }
 
 std::string systemCodec()

@@ -1,0 +1,44 @@
+// The two players under measurement behind one face: our session on the PC
+// platform and a stock QMediaPlayer (Qt's GStreamer back end). The moments
+// of interest are stamped (benchcore's clock) in the signal handlers, on
+// whatever thread the signal comes.
+#ifndef ORVICBENCH_PLAYERS_H
+#define ORVICBENCH_PLAYERS_H
+
+#include <QtCore/QString>
+
+#include <atomic>
+#include <memory>
+
+namespace orvicbench {
+
+class BenchPlayer
+{
+public:
+    virtual ~BenchPlayer() = default;
+
+    // Stamps are reset by open().
+    virtual void open(const QString &url) = 0;
+    virtual void play() = 0;
+    virtual void pause() = 0;
+    virtual void seek(qint64 ms) = 0;
+    virtual qint64 position() = 0;
+    virtual bool isPlaying() = 0;
+    virtual bool isPaused() = 0;
+    // The open is over: every announcement the player makes for it was made.
+    virtual bool openSettled() = 0;
+
+    std::atomic<double> metadataAt{-1};
+    std::atomic<double> preparedAt{-1};
+    std::atomic<double> errorAt{-1};
+};
+
+// "ours" or "stock"; nullptr for another name. A QMediaPlayer on the
+// library's own Qt Multimedia back end is a third player of this kind: its
+// rows then stand beside these (runner.cpp lists the players per set,
+// report.cpp the rows).
+std::unique_ptr<BenchPlayer> makePlayer(const QString &name, bool network);
+
+} // namespace orvicbench
+
+#endif // ORVICBENCH_PLAYERS_H

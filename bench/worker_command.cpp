@@ -1,0 +1,255 @@
+// A command's round trip and the floors it is built on: a bare queued
+// signal between the same two threads and a bare request/answer on the
+// service's local socket.
+#include "benchcore.h"
+#include "players.h"
+#include "workers.h"
+
+#include <hostruntime.h>
+#include <psprotocol.h>
+#include <qorvicplayersession.h>
+
+#include <QtCore/QThread>
+#include <QtNetwork/QLocalSocket>
+
+#include <unistd.h>
+
+namespace orvicbench {
+
+namespace {
+
+using Session = QOrvicPlayerSession;
+const int kRoundTripTimeoutMs = 3000;
+const int kWarmUps = 20;
+
+// Two signals for a ping-pong between two threads.
+class Relay : public QObject
+{
+    Q_OBJECT
+Q_SIGNALS:
+    void ping();
+    void pong();
+};
+
+// A thread of the client's, with an object living on it to run code there.
+class ClientThread
+{
+public:
+    ClientThread()
+    {
+        m_thread.start();
+        m_context.moveToThread(&m_thread);
+    }
+    ~ClientThread()
+    {
+        m_thread.quit();
+        m_thread.wait();
+    }
+    QObject *context() { return &m_context; }
+
+private:
+    QThread m_thread;
+    QObject m_context;
+};
+
+// Volume commands alternate between two values over the whole set, so
+// that each one changes the volume and reaches the engine.
+int nextVolume()
+{
+    static std::atomic<int> commands{0};
+    return commands++ % 2 ? 40 : 60;
+}
+
+bool openSession(Session &session, const QString &url)
+{
+    std::atomic<bool> settled{false};
+    const QMetaObject::Connection done = QObject::connect(
+            &session, &Session::playbackRateChanged, [&](float) { settled = true; });
+    session.manageActList(Session::Msg_SetMedia, url);
+    const bool ok = waitFor([&] { return bool(settled); }, 15000) >= 0;
+    QObject::disconnect(done);
+    return ok;
+}
+
+int ownerThreadRoundTrips(Session &session, int reps)
+{
+    std::atomic<double> changedAt{-1};
+    const QMetaObject::Connection c = QObject::connect(
+            &session, &Session::volumeChanged, [&](int) { changedAt = nowMs(); });
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        changedAt = -1;
+        const double t0 = nowMs();
+        // On the owner's thread the command is carried out before this returns.
+        session.manageActList(Session::Msg_Volume, nextVolume());
+        if (changedAt < 0) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("cmd_owner/ours"), (changedAt - t0) * 1000.0);
+    }
+    QObject::disconnect(c);
+    return failures;
+}
+
+int otherThreadRoundTrips(Session &session, int reps)
+{
+    ClientThread client;
+    std::atomic<double> sentAt{-1}, changedAt{-1};
+    // Delivered on the client's thread, queued from the owner's.
+    const QMetaObject::Connection c = QObject::connect(
+            &session, &Session::volumeChanged, client.context(), [&](int) { changedAt = nowMs(); });
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        changedAt = -1;
+        QMetaObject::invokeMethod(client.context(), [&] {
+            sentAt = nowMs();
+            session.manageActList(Session::Msg_Volume, nextVolume());
+        }, Qt::QueuedConnection);
+        if (waitFor([&] { return changedAt >= 0; }, kRoundTripTimeoutMs) < 0) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("cmd_other/ours"), (changedAt - sentAt) * 1000.0);
+    }
+    QObject::disconnect(c);
+    return failures;
+}
+
+// A signal from the client's thread to this one and one back.
+int queuedFloor(int reps)
+{
+    ClientThread client;
+    Relay relay; // lives on this (the owner's) thread
+    std::atomic<double> sentAt{-1}, backAt{-1};
+    QObject::connect(&relay, &Relay::ping, &relay, [&] { Q_EMIT relay.pong(); }, Qt::QueuedConnection);
+    QObject::connect(&relay, &Relay::pong, client.context(), [&] { backAt = nowMs(); }, Qt::QueuedConnection);
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        backAt = -1;
+        QMetaObject::invokeMethod(client.context(), [&] {
+            sentAt = nowMs();
+            Q_EMIT relay.ping();
+        }, Qt::QueuedConnection);
+        if (waitFor([&] { return backAt >= 0; }, kRoundTripTimeoutMs) < 0) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("floor_queued"), (backAt - sentAt) * 1000.0);
+    }
+    return failures;
+}
+
+// A blocking link to the service on this thread, without the client
+// library: one frame out, wait for the frame that answers it.
+class BareLink
+{
+public:
+    bool connect()
+    {
+        // The service listens on an abstract name, which QLocalSocket of Qt 5
+        // cannot address: connect here and hand the descriptor over.
+        const int fd = hostruntime::connectToServiceSocket(hostruntime::runtimeDirectory(), 3000);
+        if (fd < 0)
+            return false;
+        if (!m_socket.setSocketDescriptor(fd, QLocalSocket::ConnectedState)) {
+            ::close(fd);
+            return false;
+        }
+        return true;
+    }
+    // Sends `frame` and waits for its pong or reply; false on a timeout.
+    bool exchange(const psprotocol::Frame &frame)
+    {
+        const quint32 answerKind = frame.kind == pswire::FramePing ? pswire::FramePong : pswire::FrameReply;
+        m_socket.write(psprotocol::encode(frame));
+        m_socket.flush();
+        bool ok = true;
+        while (ok && m_socket.waitForReadyRead(kRoundTripTimeoutMs)) {
+            for (const psprotocol::Frame &in : m_reader.read(&m_socket, &ok)) {
+                if (in.kind == answerKind && in.sequence == frame.sequence)
+                    return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    QLocalSocket m_socket;
+    psprotocol::FrameReader m_reader;
+};
+
+// A ping: answered by the service's socket thread itself.
+int socketFloor(int reps)
+{
+    BareLink link;
+    if (!link.connect())
+        return reps;
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        const double t0 = nowMs();
+        if (!link.exchange(psprotocol::ping(quint32(rep + kWarmUps + 1)))) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("floor_socket"), (nowMs() - t0) * 1000.0);
+    }
+    return failures;
+}
+
+// Not a floor of the table: an engine call (the volume read) on a bare link
+// of its own, which goes through the service's engine thread as the
+// session's commands do; it tells the service's share of a command from
+// the client's.
+int bareEngineCalls(int reps)
+{
+    BareLink link;
+    quint32 sequence = 0;
+    if (!link.connect() || !link.exchange(psprotocol::call(++sequence, pswire::OpOpen, {QStringLiteral("bench")})))
+        return reps;
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        const double t0 = nowMs();
+        if (!link.exchange(psprotocol::call(++sequence, pswire::OpGetVolume, {}))) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("engine_call"), (nowMs() - t0) * 1000.0);
+    }
+    return failures;
+}
+
+} // namespace
+
+int runCommand(const WorkerArgs &args)
+{
+    Session session{QMediaPlayer::Flags{}};
+    if (!openSession(session, args.url)) {
+        emitNote(QStringLiteral("command: the medium did not open"));
+        return 1;
+    }
+    const struct { const char *name; int failures; } parts[] = {
+        {"owner thread", ownerThreadRoundTrips(session, args.reps)},
+        {"other thread", otherThreadRoundTrips(session, args.reps)},
+        {"queued signal", queuedFloor(args.reps)},
+        {"socket", socketFloor(args.reps)},
+        {"engine call", bareEngineCalls(args.reps)},
+    };
+    session.stop();
+    int failures = 0;
+    for (const auto &part : parts) {
+        if (part.failures > 0)
+            emitNote(QStringLiteral("command, %1: %2 round trips without an answer").arg(part.name).arg(part.failures));
+        failures += part.failures;
+    }
+    return failures == 0 ? 0 : 1;
+}
+
+} // namespace orvicbench
+
+#include "worker_command.moc"
