@@ -3,6 +3,7 @@
 #   scripts/install-deps.sh               the PC build and its tests
 #   scripts/install-deps.sh --cross-armhf also the 32-bit ARM cross build: cross
 #                                         compiler, qemu user mode, mmdebstrap
+#   scripts/install-deps.sh --fuzz        also clang, libFuzzer and the symbolizer
 set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config git ccache
@@ -16,6 +17,9 @@ packages=(
 )
 if [ "${1:-}" = "--cross-armhf" ]; then
     packages+=(crossbuild-essential-armhf qemu-user mmdebstrap)
+fi
+if [ "${1:-}" = "--fuzz" ]; then
+    packages+=(clang libclang-rt-14-dev llvm-14)
 fi
 missing=()
 for p in "${packages[@]}"; do
