@@ -218,7 +218,7 @@ int main(int argc, char **argv)
     const QCommandLineOption sessionsOption("sessions", "Sessions playing at once.", "n", "1");
     parser.addOptions({mediaOption, roundsOption, seedOption, sendersOption, sessionsOption});
     parser.process(app);
-    const QDir media(parser.value(mediaOption));
+    const QDir media(QDir(parser.value(mediaOption)).absolutePath());
     const int rounds = parser.value(roundsOption).toInt();
     const quint32 seed = parser.value(seedOption).toUInt();
     const QStringList good = {media.filePath("long.mp4"), media.filePath("long.mp3")};
@@ -287,6 +287,9 @@ int main(int argc, char **argv)
                 return true;
             }, kStartTimeoutMs);
             if (!started) {
+                for (size_t i = 0; i < raw.size(); ++i)
+                    std::printf("round %d: session %zu did not start: state %d, position %lld\n", round + 1, i,
+                                int(raw[i]->session->state()), raw[i]->session->position());
                 ++f.notStarted;
                 continue;
             }

@@ -15,12 +15,15 @@ namespace soakprobe {
 namespace {
 
 std::atomic<int> g_counts[LineKinds];
+// ORVIC_SOAK_LOG=1 shows the library's own lines too (for a failing round).
+const bool g_showAll = qEnvironmentVariableIntValue("ORVIC_SOAK_LOG") == 1;
 
 void handler(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
-    if (type != QtDebugMsg && type != QtInfoMsg) {
+    if (g_showAll || (type != QtDebugMsg && type != QtInfoMsg)) {
         std::fprintf(stderr, "%s\n", qPrintable(message));
-        return;
+        if (type != QtDebugMsg && type != QtInfoMsg)
+            return;
     }
     if (message.contains(QLatin1String("play session actMessage ")))
         ++g_counts[CarriedOut];
