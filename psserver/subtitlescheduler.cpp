@@ -2,6 +2,18 @@
 
 #include <QtCore/QtGlobal>
 
+#include <limits>
+
+namespace {
+// A cue near the end of the time line (a subtitle file may state any start
+// and duration) lasts to the end of it instead of wrapping around.
+qint64 cueEnd(qint64 startMs, qint64 durationMs)
+{
+    const qint64 latest = std::numeric_limits<qint64>::max();
+    return durationMs > latest - startMs ? latest : startMs + durationMs;
+}
+} // namespace
+
 void SubtitleScheduler::add(qint64 startMs, qint64 durationMs, const QByteArray &text)
 {
     if (startMs < 0 || m_cues.contains(startMs))
@@ -28,9 +40,9 @@ QByteArray SubtitleScheduler::textAt(qint64 positionMs) const
     --it;
     qint64 end;
     if (it->durationMs >= 0) {
-        end = it.key() + it->durationMs;
+        end = cueEnd(it.key(), it->durationMs);
     } else {
-        end = it.key() + kOpenEndedMs;
+        end = cueEnd(it.key(), kOpenEndedMs);
         if (next != m_cues.constEnd())
             end = qMin(end, next.key());
     }

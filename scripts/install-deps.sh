@@ -5,6 +5,7 @@
 #                                         compiler, qemu user mode, mmdebstrap
 #   scripts/install-deps.sh --bench       also the benchmarks (scripts/bench.sh):
 #                                         Google Benchmark, gnuplot for the plot
+#   scripts/install-deps.sh --fuzz        also clang, libFuzzer and the symbolizer
 set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config git ccache
@@ -21,6 +22,9 @@ if [ "${1:-}" = "--cross-armhf" ]; then
 fi
 if [ "${1:-}" = "--bench" ]; then
     packages+=(libbenchmark-dev gnuplot-nox)
+fi
+if [ "${1:-}" = "--fuzz" ]; then
+    packages+=(clang libclang-rt-14-dev llvm-14)
 fi
 missing=()
 for p in "${packages[@]}"; do

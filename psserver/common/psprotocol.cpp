@@ -8,7 +8,62 @@ namespace psprotocol {
 
 namespace {
 const QDataStream::Version kStreamVersion = QDataStream::Qt_5_15;
+
+// The values frames carry: what the engine operations and events take and
+// give. Anything else (lists, maps, GUI or user types) is a violation: the
+// generic reader would build whatever a peer names, sized as the peer says.
+bool isWireType(quint32 type)
+{
+    switch (type) {
+    case QMetaType::UnknownType:
+    case QMetaType::Bool:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Double:
+    case QMetaType::Float:
+    case QMetaType::QString:
+    case QMetaType::QByteArray:
+        return true;
+    default:
+        return false;
+    }
 }
+
+// Smallest encoding of one value: its type and its null flag.
+const qint64 kMinValueBytes = 5;
+
+bool readValue(QDataStream &in, QVariant *value)
+{
+    QIODevice *device = in.device();
+    const qint64 start = device->pos();
+    quint32 type = 0;
+    in >> type;
+    if (in.status() != QDataStream::Ok || !isWireType(type) || !device->seek(start))
+        return false;
+    in >> *value;
+    return in.status() == QDataStream::Ok;
+}
+
+bool readValues(QDataStream &in, QVariantList *values)
+{
+    quint32 count = 0;
+    in >> count;
+    // A count the rest of the frame cannot hold is a lie, not a size to
+    // allocate for.
+    if (in.status() != QDataStream::Ok || count > quint64(in.device()->bytesAvailable()) / kMinValueBytes)
+        return false;
+    values->reserve(int(count));
+    for (quint32 i = 0; i < count; ++i) {
+        QVariant value;
+        if (!readValue(in, &value))
+            return false;
+        values->append(value);
+    }
+    return true;
+}
+} // namespace
 
 QByteArray encode(const Frame &frame)
 {
@@ -102,11 +157,15 @@ QList<Frame> FrameReader::read(QIODevice *device, bool *ok)
         in.setVersion(kStreamVersion);
         Frame f;
         in >> f.kind >> f.sequence;
-        if (f.kind == pswire::FrameCall || f.kind == pswire::FrameEvent)
-            in >> f.code >> f.arguments;
-        else if (f.kind == pswire::FrameReply)
-            in >> f.result >> f.output;
-        if (in.status() != QDataStream::Ok) {
+        bool fieldsOk = true;
+        if (f.kind == pswire::FrameCall || f.kind == pswire::FrameEvent) {
+            in >> f.code;
+            fieldsOk = readValues(in, &f.arguments);
+        } else if (f.kind == pswire::FrameReply) {
+            fieldsOk = readValue(in, &f.result);
+            in >> f.output;
+        }
+        if (!fieldsOk || in.status() != QDataStream::Ok) {
             *ok = false;
             break;
         }

@@ -32,7 +32,9 @@ Frame event(pswire::Event event, const QVariantList &arguments = QVariantList())
 
 // Collects frames from a stream socket. read() takes what the device has and
 // returns the complete frames; false in `ok` means the peer broke the framing
-// and must be dropped.
+// and must be dropped. Values in frames are bool, integers, floating point,
+// strings and byte arrays; any other type, or an element count beyond what
+// the frame holds, breaks the framing.
 class FrameReader
 {
 public:

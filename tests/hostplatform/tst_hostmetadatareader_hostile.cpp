@@ -5,6 +5,7 @@
 #include <playback/spmetadata.h>
 
 #include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
 #include <cstring>
@@ -32,6 +33,7 @@ private Q_SLOTS:
     void hostileFiles();
     void everyQueryAnswers_data();
     void everyQueryAnswers();
+    void textEncodingPastDefined();
 };
 
 void tst_HostMetaDataReaderHostile::hostileFiles_data()
@@ -178,6 +180,30 @@ void tst_HostMetaDataReaderHostile::everyQueryAnswers()
         }
     }
     QCOMPARE(programs, status == 0 ? 1 : 0);
+}
+
+// A text frame whose encoding byte is none of the four defined ones: TagLib
+// decodes such text as UTF-16, so the reader hands it on as Unicode text.
+void tst_HostMetaDataReaderHostile::textEncodingPastDefined()
+{
+    QFile sample(samples::path("tagged-long.mp3"));
+    QVERIFY(sample.open(QIODevice::ReadOnly));
+    QByteArray bytes = sample.readAll();
+    const int frame = bytes.indexOf("TIT2");
+    QVERIFY(frame > 0);
+    QCOMPARE(bytes.at(frame + 10), '\0'); // Latin-1 as written
+    bytes[frame + 10] = 't';
+    QTemporaryDir dir;
+    QFile medium(dir.filePath("encoding-t.mp3"));
+    QVERIFY(medium.open(QIODevice::WriteOnly));
+    QCOMPARE(medium.write(bytes), qint64(bytes.size()));
+    medium.close();
+
+    Reader reader(playback::SPMetaData::create("hostile", nullptr));
+    QCOMPARE(reader->setUrl(QFile::encodeName(medium.fileName()).constData()), 0);
+    QCOMPARE(reader->getMediaType(), 1);
+    QVERIFY(reader->getMetaString("title"));
+    QVERIFY(reader->isTagV2());
 }
 
 QTEST_GUILESS_MAIN(tst_HostMetaDataReaderHostile)

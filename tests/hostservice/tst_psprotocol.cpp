@@ -4,7 +4,11 @@
 #include <psprotocol.h>
 
 #include <QtCore/QBuffer>
+#include <QtCore/QDataStream>
+#include <QtCore/QStringList>
 #include <QtTest/QtTest>
+
+#include <functional>
 
 using psprotocol::Frame;
 Q_DECLARE_METATYPE(psprotocol::Frame)
@@ -20,6 +24,8 @@ private Q_SLOTS:
     void pingLayoutIsFixed();
     void brokenFraming_data();
     void brokenFraming();
+    void foreignValuesRefused_data();
+    void foreignValuesRefused();
 };
 
 namespace {
@@ -110,6 +116,65 @@ void tst_PsProtocol::brokenFraming()
     QFETCH(QByteArray, bytes);
     bool ok = true;
     readAll(bytes, &ok);
+    QVERIFY(!ok);
+}
+
+namespace {
+// A whole frame around `fields` (after kind and sequence).
+QByteArray framed(quint32 kind, const QByteArray &fields)
+{
+    QByteArray payload;
+    QDataStream out(&payload, QIODevice::WriteOnly);
+    out.setVersion(QDataStream::Qt_5_15);
+    out << kind << quint32(7);
+    payload += fields;
+    QByteArray bytes;
+    QDataStream f(&bytes, QIODevice::WriteOnly);
+    f.setVersion(QDataStream::Qt_5_15);
+    f << payload;
+    return bytes;
+}
+
+QByteArray streamed(const std::function<void(QDataStream &)> &write)
+{
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out.setVersion(QDataStream::Qt_5_15);
+    write(out);
+    return bytes;
+}
+} // namespace
+
+// Values no engine operation or event carries: the peer is dropped before
+// anything is built from them (a huge count is never allocated for).
+void tst_PsProtocol::foreignValuesRefused_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::newRow("call with a list count beyond the frame")
+        << framed(pswire::FrameCall, QByteArray::fromHex("00000005" "7700ffff" "00000002" "00" "00000001"));
+    QTest::newRow("event with a nested list")
+        << framed(pswire::FrameEvent, streamed([](QDataStream &out) {
+               out << quint32(pswire::EvStateChanged) << QVariantList{QVariant(QVariantList{1, 2})};
+           }));
+    QTest::newRow("call with a string list")
+        << framed(pswire::FrameCall, streamed([](QDataStream &out) {
+               out << quint32(pswire::OpSetUrl) << QVariantList{QStringList{QStringLiteral("a")}};
+           }));
+    QTest::newRow("reply with a map")
+        << framed(pswire::FrameReply, streamed([](QDataStream &out) {
+               out << QVariant(QVariantMap{{QStringLiteral("k"), 1}}) << QByteArray();
+           }));
+    QTest::newRow("event with a picture type")
+        << framed(pswire::FrameEvent, QByteArray::fromHex("00000001" "00000001" "00000046" "00"));
+    QTest::newRow("reply with a user type")
+        << framed(pswire::FrameReply, QByteArray::fromHex("00000400" "00" "00000004" "41424300"));
+}
+
+void tst_PsProtocol::foreignValuesRefused()
+{
+    QFETCH(QByteArray, bytes);
+    bool ok = true;
+    QCOMPARE(readAll(bytes, &ok).size(), 0);
     QVERIFY(!ok);
 }
 

@@ -3,6 +3,8 @@
 
 #include <QtTest/QtTest>
 
+#include <limits>
+
 class tst_SubtitleScheduler : public QObject
 {
     Q_OBJECT
@@ -14,6 +16,8 @@ private Q_SLOTS:
     void repeatedCueIsOneCue();
     void seekBackShowsAgainAfterReset();
     void openEndedCueEndsAtNextOrLimit();
+    void cueAtEndOfTimeLine_data();
+    void cueAtEndOfTimeLine();
     void markup_data();
     void markup();
 };
@@ -104,6 +108,32 @@ void tst_SubtitleScheduler::openEndedCueEndsAtNextOrLimit()
     QCOMPARE(s.textAt(3000), QByteArray("until limit"));
     QCOMPARE(s.textAt(3000 + SubtitleScheduler::kOpenEndedMs - 1), QByteArray("until limit"));
     QCOMPARE(s.textAt(3000 + SubtitleScheduler::kOpenEndedMs), QByteArray());
+}
+
+void tst_SubtitleScheduler::cueAtEndOfTimeLine_data()
+{
+    const qint64 last = std::numeric_limits<qint64>::max();
+    QTest::addColumn<qint64>("start");
+    QTest::addColumn<qint64>("duration");
+    QTest::addColumn<qint64>("position");
+    QTest::addColumn<QByteArray>("text");
+    QTest::newRow("long cue late") << last - 10 << last << last - 1 << QByteArray("late");
+    QTest::newRow("long cue before it") << last - 10 << last << last - 11 << QByteArray();
+    QTest::newRow("open-ended late") << last - 10 << qint64(-1) << last - 1 << QByteArray("late");
+    QTest::newRow("longest cue at 0") << qint64(0) << last << last - 1 << QByteArray("late");
+}
+
+// Start and duration as a subtitle file may state them: the end is clamped
+// to the time line, never wrapped around to before the start.
+void tst_SubtitleScheduler::cueAtEndOfTimeLine()
+{
+    QFETCH(qint64, start);
+    QFETCH(qint64, duration);
+    QFETCH(qint64, position);
+    QFETCH(QByteArray, text);
+    SubtitleScheduler s;
+    s.add(start, duration, "late");
+    QCOMPARE(s.textAt(position), text);
 }
 
 void tst_SubtitleScheduler::markup_data()

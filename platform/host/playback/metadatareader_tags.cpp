@@ -72,7 +72,10 @@ void putText(MediaFacts &facts, const char *key, const String &text, bool unicod
         facts.tags[key] = TagText{bytes, unicode};
 }
 
-bool isUnicode(String::Type encoding)
+// The frame's encoding byte as written in the file: TagLib keeps values past
+// the four defined ones as they are (and decodes such text as UTF-16), so it
+// is compared as a number, never held as the enumeration.
+bool isUnicode(int encoding)
 {
     return encoding != String::Latin1;
 }
@@ -101,7 +104,7 @@ void readTextFrame(const TagLib::ID3v2::Tag &tag, const char *frameId, const cha
             continue;
         const String value = strcmp(frameId, "TCON") == 0 ? genreText(text->fieldList())
                                                           : text->fieldList().toString(" / ");
-        putText(facts, key, value, isUnicode(text->textEncoding()));
+        putText(facts, key, value, isUnicode(static_cast<int>(text->textEncoding())));
         if (facts.tags.count(key))
             return;
     }
@@ -125,7 +128,7 @@ void readComment(const TagLib::ID3v2::Tag &tag, MediaFacts &facts)
             chosen = comment;
     }
     if (chosen)
-        putText(facts, "comment", chosen->text(), isUnicode(chosen->textEncoding()));
+        putText(facts, "comment", chosen->text(), isUnicode(static_cast<int>(chosen->textEncoding())));
 }
 
 void readPictures(const TagLib::ID3v2::Tag &tag, MediaFacts &facts)
