@@ -15,6 +15,9 @@ packages=(
     libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
     # the HTML API reference
     doxygen
+    # the QML example player and its test
+    qtdeclarative5-dev qml-module-qtquick2 qml-module-qtquick-window2 qml-module-qtquick-layouts
+    qml-module-qtquick-controls2 qml-module-qtquick-templates2 qml-module-qtmultimedia
 )
 if [ "${1:-}" = "--cross-armhf" ]; then
     packages+=(crossbuild-essential-armhf qemu-user mmdebstrap)
