@@ -353,11 +353,15 @@ void tst_PluginPlayer::serviceFailingTwiceIsAResourceError()
 {
     loadAndWait("sine.mp3");
     m_player->play();
-    QTRY_COMPARE_WITH_TIMEOUT(m_player->mediaStatus(), QMediaPlayer::BufferedMedia, kLoadMs);
+    // Playing for real in the service, not only announced.
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, kLoadMs);
     // First failure: the session restarts the service and reopens the medium.
     QVERIFY(signalDaemon(SIGKILL));
     QTRY_VERIFY_WITH_TIMEOUT(serviceStatus() == "running" && daemonPid() > 0, 20000);
+    const qint64 resumed = m_player->position();
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > resumed, 20000);
     QCOMPARE(m_player->state(), QMediaPlayer::PlayingState);
+    QCOMPARE(m_player->error(), QMediaPlayer::NoError);
     m_rec->clear();
     // Second failure of the same medium: restarted, not reopened.
     QTRY_VERIFY_WITH_TIMEOUT(signalDaemon(SIGKILL), 10000);
