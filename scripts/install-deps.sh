@@ -13,6 +13,8 @@ packages=(
     gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-tools
     # host metadata reader (libplayback.so) and the test media generator
     libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
+    # the Qt Quick test of QML MediaPlayer through the back end plugin
+    qtdeclarative5-dev qml-module-qtmultimedia qml-module-qttest
 )
 if [ "${1:-}" = "--cross-armhf" ]; then
     packages+=(crossbuild-essential-armhf qemu-user mmdebstrap)
