@@ -318,5 +318,5 @@ void tst_PluginMedia::eightPlayersAtOnce()
     }
 }
 
-QTEST_MAIN(tst_PluginMedia)
+QTEST_GUILESS_MAIN(tst_PluginMedia)
 #include "tst_plugin_media.moc"
