@@ -149,7 +149,6 @@ void QOrvicPlayerControl::ensureOpen()
     m_link->newGeneration();
     m_link->post(Host::Open, m_url);
     m_sessionHasMedium = true;
-    m_link->setTicking(true);
 }
 
 void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream)
@@ -162,7 +161,6 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
     if (m_sessionHasMedium)
         postStop();
     m_link->newGeneration();
-    m_link->setTicking(false);
     m_endOfMedia = false;
     m_position = 0;
     m_stoppedPosition = 0;
@@ -170,6 +168,7 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
     m_duration = 0;
     m_url.clear();
     m_network = false;
+    m_playlist = false;
     delete m_server;
     m_server = nullptr;
     m_media = media;
@@ -226,7 +225,10 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
             m_network = isNetworkUrl(m_url);
         }
         if (isPlaylistUrl(url)) {
-            // QMediaPlayer opens playlists itself when told so.
+            // QMediaPlayer opens playlists itself when told so; the session
+            // gets nothing to open.
+            m_sessionHasMedium = true;
+            m_playlist = true;
             const int generation = m_link->generation();
             QTimer::singleShot(0, this, [this, generation]() {
                 if (generation == m_link->generation()) {
@@ -269,7 +271,6 @@ void QOrvicPlayerControl::fail(QMediaPlayer::Error err, const QString &text)
     if (m_sessionHasMedium)
         postStop();
     m_link->newGeneration();
-    m_link->setTicking(false);
     popAndNotifyState();
     if (self)
         Q_EMIT error(int(err), text);
@@ -321,7 +322,9 @@ void QOrvicPlayerControl::playOrPause(QMediaPlayer::State target)
         m_position = m_stoppedPosition;
         m_stoppedPosition = 0;
     }
-    if (target == QMediaPlayer::PlayingState) {
+    if (m_playlist) {
+        // Nothing for the session: QMediaPlayer is about to open the items.
+    } else if (target == QMediaPlayer::PlayingState) {
         m_link->post(Host::Play);
         if (m_rate != 1.0)
             m_rateSerial = m_link->post(Host::Rate, m_rate);

@@ -75,6 +75,7 @@ private:
     QOrvicStreamServer *m_server = nullptr;
     QString m_url;
     bool m_network = false;
+    bool m_playlist = false; // a playlist file, left to QMediaPlayer
 
     QMediaPlayer::State m_state = QMediaPlayer::StoppedState;
     QMediaPlayer::MediaStatus m_status = QMediaPlayer::NoMedia;

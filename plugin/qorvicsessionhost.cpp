@@ -43,6 +43,9 @@ void QOrvicSessionHost::start()
     m_ticker->setInterval(kTickIntervalMs);
     connect(m_ticker, &QTimer::timeout, this, &QOrvicSessionHost::onTick);
     connectSession();
+    // The watchdog's clock runs for the session's whole life: it also
+    // restarts a service that died while no medium plays.
+    m_ticker->start();
     m_serviceRunning = serviceStatus() == "running";
 }
 
@@ -172,17 +175,6 @@ void QOrvicSessionHost::run(quint64 serial, int generation, int command, const Q
         m_current.errorText = QStringLiteral("No player session");
     }
     Q_EMIT commandDone(m_current);
-}
-
-void QOrvicSessionHost::setTicking(bool on, int generation)
-{
-    Q_UNUSED(generation);
-    if (!m_ticker)
-        return;
-    if (on && !m_ticker->isActive())
-        m_ticker->start();
-    else if (!on)
-        m_ticker->stop();
 }
 
 void QOrvicSessionHost::onTick()

@@ -74,8 +74,6 @@ public Q_SLOTS:
     // On the host's thread: destroy the session.
     void shutdown();
     void run(quint64 serial, int generation, int command, const QVariant &param);
-    // Position and watchdog clock: runs while a medium is set.
-    void setTicking(bool on, int generation);
 
     // Read after start() has returned (it runs blocking-queued).
     bool serviceRunning() const { return m_serviceRunning; }

@@ -31,11 +31,3 @@ quint64 QOrvicSessionLink::post(QOrvicSessionHost::Command command, const QVaria
     }, Qt::QueuedConnection);
     return serial;
 }
-
-void QOrvicSessionLink::setTicking(bool on)
-{
-    QOrvicSessionHost *host = m_host;
-    const int generation = m_generation;
-    QMetaObject::invokeMethod(host, [host, on, generation]() { host->setTicking(on, generation); },
-                              Qt::QueuedConnection);
-}

@@ -25,7 +25,6 @@ public:
     int newGeneration() { return ++m_generation; }
     // Queues a command for the session; returns its serial number.
     quint64 post(QOrvicSessionHost::Command command, const QVariant &param = QVariant());
-    void setTicking(bool on);
 
     // Signal emission in progress: a receiver may delete the player, and
     // with it this service, from inside a slot; the service is then deleted
