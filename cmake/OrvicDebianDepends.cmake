@@ -33,13 +33,20 @@ set(ORVIC_DEB_RUNTIME_DEPENDS
     "libavutil57 (>= 7:5.1)"
     "libswscale6 (>= 7:5.1)")
 
-# The PC platform's playback service, where the build has one.
+# The PC platform's playback service, where the build has one. Besides the
+# libraries it links, it builds its engines from GStreamer plugins: playbin,
+# appsink, typefinding, audio conversion, subparse and the Ogg/Vorbis/Opus/
+# Theora decoders are in gstreamer1.0-plugins-base (fakesink is in
+# libgstreamer1.0-0), so an install without Recommends still plays those.
+# The demuxers and decoders of everyday media (MP3 with ID3, MP4, AAC, H.264)
+# come with the recommended sets.
 set(ORVIC_DEB_SERVICE_DEPENDS
     "libgstreamer1.0-0 (>= 1.22)"
     "libgstreamer-plugins-base1.0-0 (>= 1.22)"
-    "libglib2.0-0 (>= 2.74)")
+    "libglib2.0-0 (>= 2.74)"
+    "gstreamer1.0-plugins-base (>= 1.22)")
 set(ORVIC_DEB_SERVICE_RECOMMENDS
-    "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-libav")
+    "gstreamer1.0-plugins-good, gstreamer1.0-plugins-bad, gstreamer1.0-plugins-ugly, gstreamer1.0-libav")
 
 # orvic_debian_arch(<var>): the Debian architecture of the build's target
 # (amd64, armhf, ...), or empty where dpkg-architecture cannot tell.

@@ -5,6 +5,8 @@
 #   <includedir>/orvicutil/{playback,cutils,spplfctrl}/   platform declarations
 #   <libdir>/cmake/OrvicUtil/             find_package(OrvicUtil)
 #   <libdir>/pkgconfig/orvicutil.pc       pkg-config
+#   <datadir>/doc/liborvicutil-dev/html/  HTML API reference, where Doxygen
+#                                         was found
 # and on a PC, where no device platform exists:
 #   <includedir>/orvicutil/qtoverlay/     the device's Qt Multimedia additions
 #   <libdir>/libqtmultimedia_device.so.1  the extra metadata keys
@@ -109,3 +111,10 @@ install(CODE "
     configure_file(\"${CMAKE_CURRENT_BINARY_DIR}/orvicutil.pc.in\" \"\${_orvic_pc}\" @ONLY)
     file(INSTALL DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig\" TYPE FILE FILES \"\${_orvic_pc}\")"
     COMPONENT development)
+
+# --- API reference -----------------------------------------------------------
+# Doxygen's HTML, built in the normal build (docs/CMakeLists.txt).
+if(TARGET orvicutil_docs)
+    install(DIRECTORY "${ORVIC_DOCS_HTML_DIR}/"
+        DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/liborvicutil-dev/html" COMPONENT development)
+endif()

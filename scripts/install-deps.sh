@@ -16,6 +16,13 @@ packages=(
     gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-tools
     # host metadata reader (libplayback.so) and the test media generator
     libtag1-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
+    # the Qt Quick test of QML MediaPlayer through the back end plugin
+    qtdeclarative5-dev qml-module-qtmultimedia qml-module-qttest
+    # the HTML API reference
+    doxygen
+    # the QML example player (with the modules above)
+    qml-module-qtquick2 qml-module-qtquick-window2 qml-module-qtquick-layouts
+    qml-module-qtquick-controls2 qml-module-qtquick-templates2
 )
 if [ "${1:-}" = "--cross-armhf" ]; then
     packages+=(crossbuild-essential-armhf qemu-user mmdebstrap)

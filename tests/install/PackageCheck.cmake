@@ -6,11 +6,13 @@
 #     headers, CMake package and pkg-config file, and nothing of each other;
 #   - every library the packaged files NEED is shipped in the package or
 #     provided by a package the runtime Depends names;
-#   - on a native build, dpkg-shlibdeps asks for nothing the Depends lack.
+#   - on a native build, dpkg-shlibdeps asks for nothing the Depends lack;
+#   - with the service, the GStreamer plugin sets it plays with are named;
+#   - with the API reference built, the development package ships it.
 #
 #   -DBUILD_DIR=<build tree> -DWORK_DIR=<scratch> -DSOURCE_DIR=<project>
 #   -DDEB_ARCH=<amd64|armhf|...> -DTRIPLET=<multiarch triplet> -DVERSION=<x.y.z>
-#   -DREADELF=<readelf> [-DNATIVE=ON]
+#   -DREADELF=<readelf> [-DNATIVE=ON] [-DWITH_SERVICE=1] [-DWITH_DOCS=1]
 
 cmake_minimum_required(VERSION 3.21)
 
@@ -84,6 +86,35 @@ if(NOT _dev_depends MATCHES "(^|, )liborvicutil1 \\(= ${_debver}\\)(,|$)")
     fail("liborvicutil-dev: Depends '${_dev_depends}' lacks 'liborvicutil1 (= ${_debver})'")
 endif()
 field("${_runtime}" Depends _runtime_depends)
+field("${_runtime}" Recommends _runtime_recommends)
+# The service plays through GStreamer plugins that no library link pulls in:
+# playbin's own set is a hard dependency (an install without Recommends
+# still plays), the decoders are recommended. The device package has no
+# service and names none of them.
+set(_gst_depends gstreamer1.0-plugins-base)
+set(_gst_recommends gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
+    gstreamer1.0-libav)
+foreach(_p IN LISTS _gst_depends _gst_recommends)
+    set(_in_depends FALSE)
+    set(_in_recommends FALSE)
+    if(_runtime_depends MATCHES "(^|, )${_p}( \\(|,|$)")
+        set(_in_depends TRUE)
+    endif()
+    if(_runtime_recommends MATCHES "(^|, )${_p}( \\(|,|$)")
+        set(_in_recommends TRUE)
+    endif()
+    if(NOT WITH_SERVICE)
+        if(_in_depends OR _in_recommends)
+            fail("liborvicutil1 without the service names ${_p}: Depends '${_runtime_depends}', Recommends '${_runtime_recommends}'")
+        endif()
+    elseif(_p IN_LIST _gst_depends AND NOT _in_depends)
+        fail("liborvicutil1: Depends '${_runtime_depends}' lacks ${_p}, which playbin needs to play at all")
+    elseif(_p IN_LIST _gst_recommends AND NOT _in_recommends)
+        fail("liborvicutil1: Recommends '${_runtime_recommends}' lacks ${_p}")
+    elseif(_p IN_LIST _gst_recommends AND _in_depends)
+        fail("liborvicutil1: ${_p} is a hard dependency; it is only recommended")
+    endif()
+endforeach()
 run(COMMAND dpkg-deb -I "${_runtime}" shlibs OUTPUT _shlibs)
 if(NOT _shlibs MATCHES "liborvicutil 1 liborvicutil1 \\(>= ${VERSION}\\)")
     fail("liborvicutil1: shlibs file lacks 'liborvicutil 1 liborvicutil1 (>= ${VERSION})':\n${_shlibs}")
@@ -146,6 +177,20 @@ foreach(_f
         "usr/include/orvicutil/qtoverlay/QtMultimedia/QMediaPlayer")
     if(NOT _f IN_LIST _dev_files)
         fail("liborvicutil-dev lacks ${_f}")
+    endif()
+endforeach()
+# The HTML API reference, where the build made one.
+if(WITH_DOCS)
+    foreach(_f index.html classQOrvicPlayerSession.html classQOrvicMetaDataSession.html
+               classQMediaStringDefine.html)
+        if(NOT "usr/share/doc/liborvicutil-dev/html/${_f}" IN_LIST _dev_files)
+            fail("liborvicutil-dev lacks the API reference's ${_f} in usr/share/doc/liborvicutil-dev/html/")
+        endif()
+    endforeach()
+endif()
+foreach(_f IN LISTS _runtime_files)
+    if(_f MATCHES "^usr/share/doc/liborvicutil-dev/")
+        fail("liborvicutil1 holds the API reference: ${_f}")
     endif()
 endforeach()
 foreach(_f IN LISTS _dev_files)
@@ -248,5 +293,5 @@ if(_failures)
 endif()
 string(REPLACE ";" "\n    " _runtime_files "${_runtime_files}")
 string(REPLACE ";" "\n    " _dev_files "${_dev_files}")
-message(STATUS "liborvicutil1 ${_debver} ${DEB_ARCH}, Depends: ${_runtime_depends}\n    ${_runtime_files}")
+message(STATUS "liborvicutil1 ${_debver} ${DEB_ARCH}, Depends: ${_runtime_depends}; Recommends: ${_runtime_recommends}\n    ${_runtime_files}")
 message(STATUS "liborvicutil-dev ${_debver} ${DEB_ARCH}, Depends: ${_dev_depends}\n    ${_dev_files}")

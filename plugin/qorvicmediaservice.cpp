@@ -1,0 +1,59 @@
+#include "qorvicmediaservice.h"
+
+#include "qorvicavailabilitycontrol.h"
+#include "qorvicmetadatacontrol.h"
+#include "qorvicplayercontrol.h"
+#include "qorvicsessionlink.h"
+#include "qorvicstreamscontrol.h"
+
+#include <QtMultimedia/QMediaAvailabilityControl>
+#include <QtMultimedia/QMediaPlayerControl>
+#include <QtMultimedia/QMediaStreamsControl>
+#include <QtMultimedia/QMetaDataReaderControl>
+
+QOrvicMediaService::QOrvicMediaService(QObject *parent)
+    : QMediaService(parent),
+      m_link(new QOrvicSessionLink(this)),
+      m_player(new QOrvicPlayerControl(m_link, this)),
+      m_metaData(new QOrvicMetaDataControl(m_link, this)),
+      m_streams(new QOrvicStreamsControl(m_link, this)),
+      m_availability(new QOrvicAvailabilityControl(m_link, this))
+{
+    connect(m_player, &QOrvicPlayerControl::mediaReset, m_metaData, &QOrvicMetaDataControl::clear);
+    connect(m_player, &QOrvicPlayerControl::mediaReset, m_streams, &QOrvicStreamsControl::clear);
+}
+
+QOrvicMediaService::~QOrvicMediaService()
+{
+    // Controls first (they hold the stream server and refer to the link),
+    // then the link, which ends the session and its thread.
+    delete m_player;
+    delete m_metaData;
+    delete m_streams;
+    delete m_availability;
+    delete m_link;
+}
+
+QMediaControl *QOrvicMediaService::requestControl(const char *name)
+{
+    if (qstrcmp(name, QMediaPlayerControl_iid) == 0)
+        return m_player;
+    if (qstrcmp(name, QMetaDataReaderControl_iid) == 0)
+        return m_metaData;
+    if (qstrcmp(name, QMediaStreamsControl_iid) == 0)
+        return m_streams;
+    if (qstrcmp(name, QMediaAvailabilityControl_iid) == 0)
+        return m_availability;
+    return nullptr;
+}
+
+void QOrvicMediaService::releaseControl(QMediaControl *control)
+{
+    // The controls live as long as the service.
+    Q_UNUSED(control);
+}
+
+bool QOrvicMediaService::isBusy() const
+{
+    return m_link->isBusy();
+}

@@ -1,0 +1,627 @@
+#include "qorvicplayercontrol.h"
+
+#include "qorvicsessionlink.h"
+#include "qorvicstreamserver.h"
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QTimer>
+#include <QtMultimedia/QMediaMetaData>
+
+namespace {
+using Host = QOrvicSessionHost;
+using S = QOrvicPlayerSession;
+
+bool isNetworkUrl(const QString &url)
+{
+    // The session tells network media apart by these prefixes.
+    return url.startsWith(QLatin1String("http:")) || url.startsWith(QLatin1String("https:"))
+            || url.startsWith(QLatin1String("rtmp:")) || url.startsWith(QLatin1String("rtsp:"));
+}
+
+bool isPlaylistUrl(const QUrl &url)
+{
+    const QString suffix = QFileInfo(url.path()).suffix().toLower();
+    return suffix == QLatin1String("m3u") || suffix == QLatin1String("m3u8") || suffix == QLatin1String("pls");
+}
+
+bool isRunning(S::PlayerState s)
+{
+    return s >= S::Player_Play && s <= S::Player_SB;
+}
+
+const char kOpenFailed[] = "Could not open the medium: its format is not supported or it is damaged";
+const char kPlayFailed[] = "Could not play the medium: its format is not supported or it is damaged";
+const char kDecodeFailed[] = "Playback stopped: the medium could not be read or decoded";
+const char kStreamBroke[] = "Playback stopped: the network stream broke off or could not be read";
+const char kServiceGaveUp[] = "The playback service failed twice on this medium; it was restarted, "
+                              "but the medium was not reopened";
+const char kServiceMissing[] = "The playback service psserver could not be started";
+} // namespace
+
+QOrvicPlayerControl::QOrvicPlayerControl(QOrvicSessionLink *link, QObject *parent)
+    : QMediaPlayerControl(parent),
+      m_link(link)
+{
+    Host *host = link->host();
+    connect(host, &Host::commandDone, this, &QOrvicPlayerControl::onCommandDone);
+    connect(host, &Host::tick, this, &QOrvicPlayerControl::onTick);
+    connect(host, &Host::durationChanged, this, &QOrvicPlayerControl::onDuration);
+    connect(host, &Host::seekableChanged, this, &QOrvicPlayerControl::onSeekable);
+    connect(host, &Host::playbackComplete, this, &QOrvicPlayerControl::onComplete);
+    connect(host, &Host::bufferProgress, this, &QOrvicPlayerControl::onBuffer);
+    connect(host, &Host::asyncError, this, &QOrvicPlayerControl::onAsyncError);
+    connect(host, &Host::serviceGaveUp, this, &QOrvicPlayerControl::onServiceGaveUp);
+    connect(host, &Host::rateRefused, this, &QOrvicPlayerControl::onRateRefused);
+    connect(host, &Host::metadata, this,
+            [this](int generation, const QVariantMap &map) { onMetadata(generation, map); });
+    connect(host, &Host::audioAvailable, this, [this](int generation, bool on) {
+        if (generation == m_link->generation() && on) {
+            QOrvicBusyScope busy(m_link);
+            setAudioAvailable(true);
+        }
+    });
+    connect(host, &Host::videoAvailable, this, [this](int generation, bool on) {
+        if (generation == m_link->generation() && on) {
+            QOrvicBusyScope busy(m_link);
+            setVideoAvailable(true);
+        }
+    });
+    // The player's volume and mute state, not whatever the engine kept.
+    m_link->post(Host::Volume, m_volume);
+    m_link->post(Host::Mute, m_muted);
+}
+
+QOrvicPlayerControl::~QOrvicPlayerControl()
+{
+    delete m_server;
+}
+
+qint64 QOrvicPlayerControl::position() const
+{
+    if (m_status == QMediaPlayer::NoMedia || m_status == QMediaPlayer::InvalidMedia)
+        return 0;
+    if (m_state == QMediaPlayer::StoppedState)
+        return m_endOfMedia ? m_duration : m_stoppedPosition;
+    if (m_seekTarget >= 0)
+        return m_seekTarget;
+    return m_position;
+}
+
+int QOrvicPlayerControl::bufferStatus() const
+{
+    if (m_bufferProgress >= 0)
+        return m_bufferProgress;
+    switch (m_status) {
+    case QMediaPlayer::LoadedMedia:
+    case QMediaPlayer::BufferedMedia:
+    case QMediaPlayer::EndOfMedia:
+        return 100;
+    default:
+        return 0;
+    }
+}
+
+QMediaTimeRange QOrvicPlayerControl::availablePlaybackRanges() const
+{
+    // Local media and what the engine has of a network stream: all of it
+    // once loaded (the engine reports no partial ranges).
+    if (m_duration > 0 && m_status != QMediaPlayer::NoMedia && m_status != QMediaPlayer::InvalidMedia
+            && m_status != QMediaPlayer::LoadingMedia)
+        return QMediaTimeRange(0, m_duration);
+    return QMediaTimeRange();
+}
+
+void QOrvicPlayerControl::pushState()
+{
+    if (m_stackDepth++ == 0) {
+        m_savedState = m_state;
+        m_savedStatus = m_status;
+    }
+}
+
+void QOrvicPlayerControl::popAndNotifyState()
+{
+    if (--m_stackDepth > 0)
+        return;
+    // Qt's own GStreamer back end announces the status before the state.
+    const bool statusChanged = m_status != m_savedStatus;
+    const bool stateChanged = m_state != m_savedState;
+    const QMediaPlayer::MediaStatus status = m_status;
+    const QMediaPlayer::State state = m_state;
+    if (statusChanged)
+        Q_EMIT mediaStatusChanged(status);
+    if (stateChanged)
+        Q_EMIT this->stateChanged(state);
+}
+
+void QOrvicPlayerControl::postStop()
+{
+    m_link->newGeneration();
+    m_link->post(Host::Stop);
+    m_sessionHasMedium = false;
+    m_seekTarget = -1;
+}
+
+void QOrvicPlayerControl::ensureOpen()
+{
+    if (m_sessionHasMedium)
+        return;
+    m_link->newGeneration();
+    m_link->post(Host::Open, m_url);
+    m_sessionHasMedium = true;
+}
+
+void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream)
+{
+    QOrvicBusyScope busy(m_link);
+    pushState();
+    const QMediaContent oldMedia = m_media;
+
+    m_state = QMediaPlayer::StoppedState;
+    if (m_sessionHasMedium)
+        postStop();
+    m_link->newGeneration();
+    m_endOfMedia = false;
+    m_position = 0;
+    m_stoppedPosition = 0;
+    m_seekTarget = -1;
+    m_duration = 0;
+    m_url.clear();
+    m_network = false;
+    m_playlist = false;
+    delete m_server;
+    m_server = nullptr;
+    m_media = media;
+    m_stream = stream;
+    if (m_bufferProgress != -1) {
+        m_bufferProgress = -1;
+        Q_EMIT bufferStatusChanged(0);
+    }
+    Q_EMIT mediaReset();
+    if (m_seekable) {
+        m_seekable = false;
+        Q_EMIT seekableChanged(false);
+    }
+    setAudioAvailable(false);
+    setVideoAvailable(false);
+
+    if (media.isNull() && !stream) {
+        m_status = QMediaPlayer::NoMedia;
+    } else if (!m_link->serviceRunning()) {
+        m_status = QMediaPlayer::LoadingMedia;
+        failLater(QMediaPlayer::ServiceMissingError, QLatin1String(kServiceMissing));
+    } else if (stream) {
+        if (!stream->isOpen() || !stream->isReadable()) {
+            m_status = QMediaPlayer::InvalidMedia;
+            if (oldMedia != m_media)
+                Q_EMIT mediaChanged(m_media);
+            Q_EMIT error(QMediaPlayer::ResourceError,
+                         QStringLiteral("The stream cannot be read: it is not open for reading"));
+            popAndNotifyState();
+            return;
+        }
+        m_server = new QOrvicStreamServer(stream);
+        m_url = m_server->url();
+        if (m_url.isEmpty()) {
+            m_status = QMediaPlayer::LoadingMedia;
+            failLater(QMediaPlayer::ResourceError, QStringLiteral("The stream could not be offered to the playback service"));
+        } else {
+            m_status = QMediaPlayer::LoadingMedia;
+            m_network = true;
+            ensureOpen();
+        }
+    } else {
+        const QUrl url = media.request().url();
+        m_status = QMediaPlayer::LoadingMedia;
+        if (url.isLocalFile() || url.scheme().isEmpty()) {
+            m_url = url.isLocalFile() ? url.toLocalFile() : url.path();
+            const QFileInfo info(m_url);
+            if (!info.exists())
+                failLater(QMediaPlayer::ResourceError, QStringLiteral("Resource not found."));
+            else if (!info.isReadable() || info.isDir())
+                failLater(QMediaPlayer::AccessDeniedError, QStringLiteral("The medium cannot be read: permission denied"));
+        } else {
+            m_url = url.toString(QUrl::FullyEncoded);
+            m_network = isNetworkUrl(m_url);
+        }
+        if (isPlaylistUrl(url)) {
+            // QMediaPlayer opens playlists itself when told so; the session
+            // gets nothing to open.
+            m_sessionHasMedium = true;
+            m_playlist = true;
+            const int generation = m_link->generation();
+            QTimer::singleShot(0, this, [this, generation]() {
+                if (generation == m_link->generation()) {
+                    QOrvicBusyScope busy(m_link);
+                    Q_EMIT error(QMediaPlayer::MediaIsPlaylist, QStringLiteral("The medium is a playlist"));
+                }
+            });
+        } else if (!m_url.isEmpty() && m_status == QMediaPlayer::LoadingMedia) {
+            ensureOpen();
+        }
+    }
+
+    if (oldMedia != m_media)
+        Q_EMIT mediaChanged(m_media);
+    Q_EMIT positionChanged(0);
+    popAndNotifyState();
+}
+
+void QOrvicPlayerControl::failLater(QMediaPlayer::Error error, const QString &text)
+{
+    const int generation = m_link->generation();
+    m_sessionHasMedium = true; // nothing to open
+    QTimer::singleShot(0, this, [this, generation, error, text]() {
+        if (generation == m_link->generation())
+            fail(error, text);
+    });
+}
+
+void QOrvicPlayerControl::fail(QMediaPlayer::Error err, const QString &text)
+{
+    QOrvicBusyScope busy(m_link);
+    QPointer<QOrvicPlayerControl> self(this);
+    pushState();
+    m_state = QMediaPlayer::StoppedState;
+    m_status = QMediaPlayer::InvalidMedia;
+    m_endOfMedia = false;
+    m_seekTarget = -1;
+    m_stoppedPosition = 0;
+    // The session keeps a failed medium as stopped; start over on the next play.
+    if (m_sessionHasMedium)
+        postStop();
+    m_link->newGeneration();
+    popAndNotifyState();
+    if (self)
+        Q_EMIT error(int(err), text);
+}
+
+void QOrvicPlayerControl::play()
+{
+    playOrPause(QMediaPlayer::PlayingState);
+}
+
+void QOrvicPlayerControl::pause()
+{
+    playOrPause(QMediaPlayer::PausedState);
+}
+
+void QOrvicPlayerControl::playOrPause(QMediaPlayer::State target)
+{
+    QOrvicBusyScope busy(m_link);
+    if (m_status == QMediaPlayer::NoMedia)
+        return;
+    if (!m_link->serviceRunning()) {
+        fail(QMediaPlayer::ServiceMissingError, QLatin1String(kServiceMissing));
+        return;
+    }
+    if (m_state == target) {
+        Q_EMIT positionChanged(position());
+        return;
+    }
+    pushState();
+    if (m_status == QMediaPlayer::InvalidMedia) {
+        // Try the medium again, as a fresh load.
+        m_status = QMediaPlayer::LoadingMedia;
+        if (m_url.isEmpty() || (m_stream && !m_server)) {
+            m_state = QMediaPlayer::StoppedState;
+            popAndNotifyState();
+            fail(QMediaPlayer::ResourceError, QLatin1String(kOpenFailed));
+            return;
+        }
+    }
+    const bool fromStopped = m_state == QMediaPlayer::StoppedState;
+    if (fromStopped) {
+        if (m_endOfMedia)
+            m_stoppedPosition = 0;
+        m_endOfMedia = false;
+        const bool reopen = !m_sessionHasMedium;
+        ensureOpen();
+        if (m_stoppedPosition > 0 || (reopen && false))
+            m_seekSerial = m_link->post(Host::Seek, m_stoppedPosition);
+        m_position = m_stoppedPosition;
+        m_stoppedPosition = 0;
+    }
+    if (m_playlist) {
+        // Nothing for the session: QMediaPlayer is about to open the items.
+    } else if (target == QMediaPlayer::PlayingState) {
+        m_link->post(Host::Play);
+        if (m_rate != 1.0)
+            m_rateSerial = m_link->post(Host::Rate, m_rate);
+    } else {
+        // The session does not pause during trick play: back to normal speed first.
+        if (m_state == QMediaPlayer::PlayingState && m_rate != 1.0)
+            m_link->post(Host::Rate, 1.0);
+        m_link->post(Host::Pause);
+    }
+    m_state = target;
+    if (m_status == QMediaPlayer::LoadedMedia || m_status == QMediaPlayer::EndOfMedia)
+        m_status = (m_bufferProgress < 0 || m_bufferProgress == 100) ? QMediaPlayer::BufferedMedia
+                                                                     : QMediaPlayer::BufferingMedia;
+    QPointer<QOrvicPlayerControl> self(this);
+    popAndNotifyState();
+    if (self)
+        Q_EMIT positionChanged(position());
+}
+
+void QOrvicPlayerControl::stop()
+{
+    QOrvicBusyScope busy(m_link);
+    if (m_state == QMediaPlayer::StoppedState)
+        return;
+    pushState();
+    const bool wasPlaying = m_state == QMediaPlayer::PlayingState;
+    m_state = QMediaPlayer::StoppedState;
+    m_stoppedPosition = 0;
+    postStop();
+    QPointer<QOrvicPlayerControl> self(this);
+    if (m_status != QMediaPlayer::EndOfMedia) {
+        Q_EMIT positionChanged(0);
+        if (!self)
+            return;
+        if (m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia
+                || m_status == QMediaPlayer::StalledMedia) {
+            if (wasPlaying) {
+                // A playing pipeline settles a moment later, as with Qt's
+                // GStreamer back end; a new medium set meanwhile wins.
+                const int generation = m_link->generation();
+                QTimer::singleShot(0, this, [this, generation]() {
+                    if (generation != m_link->generation() || m_state != QMediaPlayer::StoppedState)
+                        return;
+                    QOrvicBusyScope busy(m_link);
+                    pushState();
+                    if (m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia
+                            || m_status == QMediaPlayer::StalledMedia)
+                        m_status = QMediaPlayer::LoadedMedia;
+                    popAndNotifyState();
+                });
+            } else {
+                m_status = QMediaPlayer::LoadedMedia;
+            }
+        }
+    }
+    popAndNotifyState();
+}
+
+void QOrvicPlayerControl::setPosition(qint64 position)
+{
+    QOrvicBusyScope busy(m_link);
+    if (m_status == QMediaPlayer::NoMedia || m_status == QMediaPlayer::InvalidMedia)
+        return;
+    position = qMax<qint64>(0, position);
+    if (m_duration > 0)
+        position = qMin(position, m_duration);
+    pushState();
+    if (m_status == QMediaPlayer::EndOfMedia) {
+        m_status = QMediaPlayer::LoadedMedia;
+        m_endOfMedia = false;
+    }
+    if (m_state == QMediaPlayer::StoppedState) {
+        // Applied when playback starts: a stopped session holds no pipeline.
+        m_stoppedPosition = position;
+        popAndNotifyState();
+        Q_EMIT positionChanged(position);
+        return;
+    }
+    m_seekTarget = position;
+    m_seekSerial = m_link->post(Host::Seek, position);
+    popAndNotifyState();
+}
+
+void QOrvicPlayerControl::setVolume(int volume)
+{
+    QOrvicBusyScope busy(m_link);
+    volume = qBound(0, volume, 100);
+    if (volume == m_volume)
+        return;
+    m_volume = volume;
+    m_link->post(Host::Volume, volume);
+    Q_EMIT volumeChanged(volume);
+}
+
+void QOrvicPlayerControl::setMuted(bool muted)
+{
+    QOrvicBusyScope busy(m_link);
+    if (muted == m_muted)
+        return;
+    m_muted = muted;
+    m_link->post(Host::Mute, muted);
+    Q_EMIT mutedChanged(muted);
+}
+
+void QOrvicPlayerControl::setPlaybackRate(qreal rate)
+{
+    QOrvicBusyScope busy(m_link);
+    if (qFuzzyCompare(rate, m_rate))
+        return;
+    m_rate = rate;
+    if (m_state == QMediaPlayer::PlayingState) {
+        m_rateRefused = false;
+        m_rateSerial = m_link->post(Host::Rate, rate);
+    }
+    Q_EMIT playbackRateChanged(rate);
+}
+
+void QOrvicPlayerControl::onRateRefused(int generation)
+{
+    if (generation == m_link->generation())
+        m_rateRefused = true;
+}
+
+void QOrvicPlayerControl::onCommandDone(const QOrvicCommandResult &r)
+{
+    QOrvicBusyScope busy(m_link);
+    if (r.command == Host::Rate && r.serial == m_rateSerial) {
+        if (m_rateRefused) {
+            // The session kept its rate: so does the player.
+            m_rateRefused = false;
+            if (!qFuzzyCompare(m_rate, m_acceptedRate)) {
+                m_rate = m_acceptedRate;
+                Q_EMIT playbackRateChanged(m_rate);
+            }
+        } else {
+            m_acceptedRate = m_rate;
+        }
+        return;
+    }
+    if (r.generation != m_link->generation())
+        return;
+    const S::PlayerState s = r.state;
+    switch (r.command) {
+    case Host::Open:
+        if (r.failed || s != S::Player_Prepared) {
+            fail(QMediaPlayer::ResourceError, r.errorText == QLatin1String("This format is not supported due to low memory.")
+                                                      ? r.errorText : QLatin1String(kOpenFailed));
+            return;
+        }
+        if (m_state == QMediaPlayer::StoppedState && m_status == QMediaPlayer::LoadingMedia) {
+            QPointer<QOrvicPlayerControl> self(this);
+            pushState();
+            m_status = QMediaPlayer::LoadedMedia;
+            popAndNotifyState();
+            if (self)
+                Q_EMIT positionChanged(position());
+        }
+        break;
+    case Host::Play:
+    case Host::Pause: {
+        const bool ok = r.command == Host::Play ? (isRunning(s) || s == S::Player_Pause) : s == S::Player_Pause;
+        if (r.failed || (!ok && m_state != QMediaPlayer::StoppedState && s <= S::Player_Prepared)) {
+            fail(QMediaPlayer::ResourceError, r.command == Host::Play ? QLatin1String(kPlayFailed)
+                                                                        : QLatin1String(kOpenFailed));
+            return;
+        }
+        if (m_state != QMediaPlayer::StoppedState
+                && (m_status == QMediaPlayer::LoadingMedia || m_status == QMediaPlayer::LoadedMedia)) {
+            pushState();
+            m_status = (m_bufferProgress < 0 || m_bufferProgress == 100) ? QMediaPlayer::BufferedMedia
+                                                                         : QMediaPlayer::BufferingMedia;
+            popAndNotifyState();
+        }
+        break;
+    }
+    case Host::Seek:
+        if (r.serial == m_seekSerial && m_seekTarget >= 0) {
+            const qint64 target = m_seekTarget;
+            m_position = target;
+            m_seekTarget = -1;
+            if (m_state != QMediaPlayer::StoppedState)
+                Q_EMIT positionChanged(target);
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+void QOrvicPlayerControl::onTick(int generation, qint64 position, int state)
+{
+    if (generation != m_link->generation() || m_seekTarget >= 0 || m_state == QMediaPlayer::StoppedState)
+        return;
+    if (isRunning(S::PlayerState(state)) || state == S::Player_Pause)
+        m_position = position;
+}
+
+void QOrvicPlayerControl::onDuration(int generation, qint64 duration)
+{
+    if (generation != m_link->generation() || duration < 0 || duration == m_duration)
+        return;
+    QOrvicBusyScope busy(m_link);
+    m_duration = duration;
+    Q_EMIT durationChanged(duration);
+}
+
+void QOrvicPlayerControl::onSeekable(int generation, bool seekable)
+{
+    if (generation != m_link->generation() || seekable == m_seekable)
+        return;
+    QOrvicBusyScope busy(m_link);
+    m_seekable = seekable;
+    Q_EMIT seekableChanged(seekable);
+}
+
+void QOrvicPlayerControl::onMetadata(int generation, const QVariantMap &map)
+{
+    if (generation != m_link->generation())
+        return;
+    QOrvicBusyScope busy(m_link);
+    // The session's counts of streams show in its metadata keys.
+    if (map.contains(QMediaMetaData::AudioCodec) || map.contains(QMediaMetaData::ChannelCount))
+        setAudioAvailable(true);
+    if (map.contains(QMediaMetaData::VideoCodec) || map.contains(QMediaMetaData::Resolution))
+        setVideoAvailable(true);
+}
+
+void QOrvicPlayerControl::setAudioAvailable(bool on)
+{
+    if (on == m_audioAvailable)
+        return;
+    m_audioAvailable = on;
+    Q_EMIT audioAvailableChanged(on);
+}
+
+void QOrvicPlayerControl::setVideoAvailable(bool on)
+{
+    if (on == m_videoAvailable)
+        return;
+    m_videoAvailable = on;
+    Q_EMIT videoAvailableChanged(on);
+}
+
+void QOrvicPlayerControl::onComplete(int generation)
+{
+    if (generation != m_link->generation() || m_state == QMediaPlayer::StoppedState)
+        return;
+    QOrvicBusyScope busy(m_link);
+    QPointer<QOrvicPlayerControl> self(this);
+    pushState();
+    m_endOfMedia = true;
+    m_status = QMediaPlayer::EndOfMedia;
+    m_state = QMediaPlayer::StoppedState;
+    // The ended pipeline goes; playing again reopens the medium.
+    postStop();
+    Q_EMIT positionChanged(m_duration);
+    if (!self)
+        return;
+    popAndNotifyState();
+}
+
+void QOrvicPlayerControl::onBuffer(int generation, int percent)
+{
+    if (generation != m_link->generation() || percent < 0 || m_status == QMediaPlayer::NoMedia
+            || percent == m_bufferProgress)
+        return;
+    QOrvicBusyScope busy(m_link);
+    QPointer<QOrvicPlayerControl> self(this);
+    m_bufferProgress = qMin(percent, 100);
+    pushState();
+    if (m_state != QMediaPlayer::StoppedState
+            && (m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia))
+        m_status = m_bufferProgress == 100 ? QMediaPlayer::BufferedMedia : QMediaPlayer::BufferingMedia;
+    popAndNotifyState();
+    if (self)
+        Q_EMIT bufferStatusChanged(m_bufferProgress);
+}
+
+void QOrvicPlayerControl::onAsyncError(int generation, int code, const QString &text)
+{
+    if (generation != m_link->generation() || m_status == QMediaPlayer::NoMedia
+            || m_status == QMediaPlayer::InvalidMedia)
+        return;
+    Q_UNUSED(code);
+    if (text == QLatin1String("This format is not supported due to low memory.")) {
+        fail(QMediaPlayer::ResourceError, text);
+        return;
+    }
+    if (m_network && !m_server)
+        fail(QMediaPlayer::NetworkError, QLatin1String(kStreamBroke));
+    else
+        fail(QMediaPlayer::ResourceError, QLatin1String(kDecodeFailed));
+}
+
+void QOrvicPlayerControl::onServiceGaveUp(int generation)
+{
+    if (generation != m_link->generation())
+        return;
+    fail(QMediaPlayer::ResourceError, QLatin1String(kServiceGaveUp));
+}

@@ -1,0 +1,196 @@
+#include "qorvicsessionhost.h"
+
+#include <cutils/properties.h>
+
+#include <QtCore/QThread>
+#include <QtCore/QTimer>
+#include <QtMultimedia/QMediaMetaData>
+
+namespace {
+// The watchdog wants a clock input a few times a second; positions for the
+// player's notifications come from the same tick.
+const int kTickIntervalMs = 100;
+
+bool isPlayingState(QOrvicPlayerSession::PlayerState s)
+{
+    return s >= QOrvicPlayerSession::Player_Play && s <= QOrvicPlayerSession::Player_Pause;
+}
+} // namespace
+
+QOrvicSessionHost::QOrvicSessionHost()
+{
+    qRegisterMetaType<QOrvicCommandResult>();
+    qRegisterMetaType<QList<QOrvicStreamInfo>>();
+}
+
+QOrvicSessionHost::~QOrvicSessionHost()
+{
+    delete m_session;
+}
+
+QByteArray QOrvicSessionHost::serviceStatus()
+{
+    char value[PROPERTY_VALUE_MAX] = {};
+    if (property_get("init.svc.psserver", value, "") < 0)
+        return QByteArray();
+    return QByteArray(value);
+}
+
+void QOrvicSessionHost::start()
+{
+    m_session = new QOrvicPlayerSession(QMediaPlayer::Flags());
+    m_ticker = new QTimer(this);
+    m_ticker->setInterval(kTickIntervalMs);
+    connect(m_ticker, &QTimer::timeout, this, &QOrvicSessionHost::onTick);
+    connectSession();
+    // The watchdog's clock runs for the session's whole life: it also
+    // restarts a service that died while no medium plays.
+    m_ticker->start();
+    m_serviceRunning = serviceStatus() == "running";
+}
+
+void QOrvicSessionHost::shutdown()
+{
+    if (m_ticker)
+        m_ticker->stop();
+    if (m_session)
+        m_session->stop();
+    delete m_session;
+    m_session = nullptr;
+}
+
+void QOrvicSessionHost::connectSession()
+{
+    using S = QOrvicPlayerSession;
+    // Direct connections: the session emits on this thread (commands) and on
+    // the engine's threads (events); each is forwarded as a queued signal.
+    const auto direct = Qt::DirectConnection;
+    connect(m_session, &S::error, this, [this](int code, const QString &text) {
+        if (m_inCommand && QThread::currentThread() == thread()) {
+            m_current.failed = true;
+            m_current.errorCode = code;
+            m_current.errorText = text;
+            return;
+        }
+        Q_EMIT asyncError(m_generation.loadAcquire(), code, text);
+    }, direct);
+    connect(m_session, &S::durationChanged, this, [this](qint64 d) {
+        Q_EMIT durationChanged(m_generation.loadAcquire(), d);
+    }, direct);
+    connect(m_session, &S::seekableChanged, this, [this](bool on) {
+        Q_EMIT seekableChanged(m_generation.loadAcquire(), on);
+    }, direct);
+    connect(m_session, &S::playbackComplete, this, [this]() {
+        Q_EMIT playbackComplete(m_generation.loadAcquire());
+    }, direct);
+    connect(m_session, &S::audioAvailableChanged, this, [this](bool on) {
+        Q_EMIT audioAvailable(m_generation.loadAcquire(), on);
+    }, direct);
+    connect(m_session, &S::videoAvailableChanged, this, [this](bool on) {
+        Q_EMIT videoAvailable(m_generation.loadAcquire(), on);
+    }, direct);
+    connect(m_session, &S::mediaMessageChanged, this, [this](QMediaPlayer::MediaMessage id, const QVariant &info) {
+        switch (int(id)) {
+        case 0: // buffering progress, or the end of an engine stop (not ours to report)
+            if (m_inCommand && m_current.command == Stop && QThread::currentThread() == thread())
+                break;
+            Q_EMIT bufferProgress(m_generation.loadAcquire(), info.toInt());
+            break;
+        case 2: // refused seek or rate; a refused rate carries the rate
+            if (info.isValid() && info.canConvert<double>() && info.type() != QVariant::String)
+                Q_EMIT rateRefused(m_generation.loadAcquire());
+            break;
+        default:
+            break;
+        }
+    }, direct);
+    connect(m_session, &S::metadataChanged, this, [this](const QVariantMap &map) {
+        // The cover image may share the engine's pixels: keep a deep copy.
+        const QImage cover = m_session->getID3Pic().copy();
+        Q_EMIT metadata(m_generation.loadAcquire(), map, cover, streamInfos(map));
+    }, direct);
+    connect(m_session, &S::metaDataChanged, this, [this](const QString &key, const QVariant &value) {
+        Q_EMIT metadataValue(m_generation.loadAcquire(), key, value);
+    }, direct);
+}
+
+QList<QOrvicStreamInfo> QOrvicSessionHost::streamInfos(const QVariantMap &map)
+{
+    QList<QOrvicStreamInfo> streams;
+    // The engine answers stream questions only on the session's thread.
+    if (QThread::currentThread() != thread())
+        return streams;
+    const int audio = map.value(QMediaMetaData::AudioStreamCount).toInt();
+    for (int i = 0; i < audio; ++i) {
+        const QVariant v = m_session->metadataInvoke(QMediaPlayer::AudioStreamInvoke, i);
+        QOrvicStreamInfo info;
+        info.index = i;
+        if (v.canConvert<QMediaPlayer::AudioStreamInfo>()) {
+            const auto a = v.value<QMediaPlayer::AudioStreamInfo>();
+            info.codec = a.codec;
+            info.language = a.language;
+        }
+        streams.append(info);
+    }
+    const int subtitles = map.value(QMediaMetaData::SubtitleCount).toInt();
+    for (int i = 0; i < subtitles; ++i) {
+        const QVariant v = m_session->metadataInvoke(QMediaPlayer::SubtitleStreamInvoke, i);
+        QOrvicStreamInfo info;
+        info.subtitle = true;
+        info.index = i;
+        if (v.canConvert<QMediaPlayer::SubtitleInfo>())
+            info.language = v.value<QMediaPlayer::SubtitleInfo>().language;
+        streams.append(info);
+    }
+    return streams;
+}
+
+void QOrvicSessionHost::run(quint64 serial, int generation, int command, const QVariant &param)
+{
+    using S = QOrvicPlayerSession;
+    m_generation.storeRelease(generation);
+    m_current = QOrvicCommandResult();
+    m_current.serial = serial;
+    m_current.generation = generation;
+    m_current.command = command;
+    if (m_session) {
+        m_inCommand = true;
+        switch (Command(command)) {
+        case Open: m_session->manageActList(S::Msg_SetMedia, param.toString()); break;
+        case Play: m_session->manageActList(S::Msg_Play, QVariant()); break;
+        case Pause: m_session->manageActList(S::Msg_Pause, QVariant()); break;
+        case Seek: m_session->manageActList(S::Msg_Position, param.toLongLong()); break;
+        case Rate: m_session->manageActList(S::Msg_PlayBackRate, param.toFloat()); break;
+        case Volume: m_session->manageActList(S::Msg_Volume, param.toInt()); break;
+        case Mute: m_session->manageActList(S::Msg_Muted, param.toBool()); break;
+        case AudioStream: m_session->manageActList(S::Msg_AudioStream, param.toInt()); break;
+        case SubtitleStream: m_session->manageActList(S::Msg_SubtitleNum, param.toInt()); break;
+        case SubtitleOnOff: m_session->manageActList(S::Msg_SubtitleOnOff, param.toBool()); break;
+        case Stop: m_session->stop(); break;
+        }
+        m_inCommand = false;
+        m_current.state = m_session->state();
+    } else {
+        m_current.failed = true;
+        m_current.errorText = QStringLiteral("No player session");
+    }
+    Q_EMIT commandDone(m_current);
+}
+
+void QOrvicSessionHost::onTick()
+{
+    if (!m_session)
+        return;
+    const QOrvicPlayerSession::PlayerState before = m_session->state();
+    const qint64 position = m_session->position();
+    // The session's service watchdog runs on this clock.
+    m_session->timeUpdate(position);
+    const QOrvicPlayerSession::PlayerState after = m_session->state();
+    const int generation = m_generation.loadAcquire();
+    if (after == QOrvicPlayerSession::Player_Initialized && before >= QOrvicPlayerSession::Player_Preparing) {
+        // Restarted without reopening: the medium failed the service twice.
+        Q_EMIT serviceGaveUp(generation);
+        return;
+    }
+    Q_EMIT tick(generation, isPlayingState(after) ? m_session->position() : position, int(after));
+}

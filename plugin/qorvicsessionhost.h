@@ -1,0 +1,115 @@
+#ifndef QORVICSESSIONHOST_H
+#define QORVICSESSIONHOST_H
+
+#include <qorvicplayersession.h>
+
+#include <QtCore/QList>
+#include <QtCore/QObject>
+#include <QtCore/QVariant>
+#include <QtGui/QImage>
+
+class QTimer;
+
+// One stream of the opened medium as the streams control lists it.
+struct QOrvicStreamInfo
+{
+    bool subtitle = false;
+    int index = 0; // index among the streams of its kind
+    QString language;
+    QString codec;
+};
+Q_DECLARE_METATYPE(QList<QOrvicStreamInfo>)
+
+// What a command left behind, reported back to the player's thread.
+struct QOrvicCommandResult
+{
+    quint64 serial = 0;
+    int generation = 0;
+    int command = 0; // QOrvicSessionHost::Command
+    QOrvicPlayerSession::PlayerState state = QOrvicPlayerSession::Player_Idle;
+    bool failed = false; // the session reported an error while carrying it out
+    int errorCode = 0;
+    QString errorText;
+};
+Q_DECLARE_METATYPE(QOrvicCommandResult)
+
+// Lives on a thread of its own and owns the player's QOrvicPlayerSession
+// there. The session opens and prepares media synchronously and restarts the
+// playback service from its watchdog; running it on the player's (GUI)
+// thread would freeze that thread for up to the service's preparation bound.
+// Everything the session does happens on this thread, in the order the
+// player asked for it; results travel back as queued signals.
+//
+// Every signal carries the generation of the medium it belongs to: the
+// player bumps it for each new medium, so that late news of an earlier
+// medium can be told apart and dropped.
+class QOrvicSessionHost : public QObject
+{
+    Q_OBJECT
+public:
+    enum Command {
+        Open,         // param: URL
+        Play,
+        Pause,
+        Seek,         // param: position in ms
+        Rate,         // param: rate
+        Volume,       // param: 0..100
+        Mute,         // param: bool
+        AudioStream,  // param: index
+        SubtitleStream, // param: index
+        SubtitleOnOff,  // param: bool
+        Stop          // the session's stop(): drains the queue, engine reset
+    };
+    Q_ENUM(Command)
+
+    QOrvicSessionHost();
+    ~QOrvicSessionHost() override;
+
+    // Status of the playback service as the property service reports it.
+    static QByteArray serviceStatus();
+
+public Q_SLOTS:
+    // On the host's thread: create the session (starts the service).
+    void start();
+    // On the host's thread: destroy the session.
+    void shutdown();
+    void run(quint64 serial, int generation, int command, const QVariant &param);
+
+    // Read after start() has returned (it runs blocking-queued).
+    bool serviceRunning() const { return m_serviceRunning; }
+
+Q_SIGNALS:
+    void commandDone(const QOrvicCommandResult &result);
+    // A session error that no command of ours caused (engine events).
+    void asyncError(int generation, int code, const QString &text);
+    void tick(int generation, qint64 position, int state);
+    void durationChanged(int generation, qint64 duration);
+    void seekableChanged(int generation, bool seekable);
+    void playbackComplete(int generation);
+    void bufferProgress(int generation, int percent);
+    void rateRefused(int generation);
+    void metadata(int generation, const QVariantMap &map, const QImage &cover,
+                  const QList<QOrvicStreamInfo> &streams);
+    void metadataValue(int generation, const QString &key, const QVariant &value);
+    void audioAvailable(int generation, bool available);
+    void videoAvailable(int generation, bool available);
+    // The watchdog restarted the service and did not reopen the medium.
+    void serviceGaveUp(int generation);
+
+private:
+    void connectSession();
+    void onTick();
+    QList<QOrvicStreamInfo> streamInfos(const QVariantMap &map);
+
+    QOrvicPlayerSession *m_session = nullptr;
+    bool m_serviceRunning = false;
+    QTimer *m_ticker = nullptr;
+    // Written and read on the host's thread, except m_generation, which the
+    // engine's threads read when they forward events (a stale value only
+    // lets one late event through as current or old).
+    QAtomicInt m_generation;
+    bool m_inCommand = false;
+    QOrvicCommandResult m_current;
+};
+
+#endif // QORVICSESSIONHOST_H
