@@ -8,13 +8,34 @@
 
 #include <QtCore/qatomic.h>
 #include <QtCore/qmutex.h>
+#include <QtCore/qreadwritelock.h>
 #include <QtCore/qstring.h>
+#include <QtCore/qwaitcondition.h>
+
+#include <atomic>
 
 #include <playback/spmetadata.h>
 #include <playback/spplayer.h>
 
 class QOrvicMetaDataSession;
 class MSPCBK_NavQueue;
+
+// An engine object pointer that one thread may replace while another reads
+// it: used like a plain pointer, every access is atomic.
+template <typename T>
+class QOrvicSharedPointerSlot
+{
+public:
+    QOrvicSharedPointerSlot() = default;
+    QOrvicSharedPointerSlot(T *p) : m_p(p) {}
+    QOrvicSharedPointerSlot &operator=(T *p) { m_p.store(p, std::memory_order_release); return *this; }
+    operator T *() const { return m_p.load(std::memory_order_acquire); }
+    T *operator->() const { return m_p.load(std::memory_order_acquire); }
+    Q_DISABLE_COPY(QOrvicSharedPointerSlot)
+
+private:
+    std::atomic<T *> m_p{nullptr};
+};
 
 class Q_ORVICUTIL_EXPORT QOrvicPlayerSessionPrivate
 {
@@ -87,26 +108,33 @@ public:
 
     // Members, in the adaptor's declaration order.
     QOrvicPlayerSession *q = nullptr;
+    // Held by every command that uses the engine (opening, transport, volume,
+    // streams, subtitles, picture, stream attributes) and by the watchdog for
+    // a whole recovery, so that a recovery never replaces an engine that a
+    // command is using. Taken through PlayerLocker.
     QRecursiveMutex mPlayerLock;
     QMutex mMessageWaitLock;
+    // Threads inside waitMessageDone().
+    QAtomicInt mMessageWaiters{0};
     QMutex mListLock;
     QMutex mAckLock;
     // Raised while QOrvicPlayerSession::stop() runs; read without a lock by
-    // opening and play, which give way to a running stop.
+    // opening, play and the watchdog, which give way to a running stop.
     QAtomicInteger<bool> mIsStopping{false};
     // Command dispatch: 0 idle, 1 signalled, 2 picked up (guarded by mListLock).
     QAtomicInt mDispatchState{0};
-    playback::SPPlayer *mFilePlayer = nullptr;
-    QOrvicMetaDataSession *mMetaSession = nullptr;
+    QOrvicSharedPointerSlot<playback::SPPlayer> mFilePlayer;
+    QOrvicSharedPointerSlot<QOrvicMetaDataSession> mMetaSession;
     MSPCBK_NavQueue *mCallBack = nullptr;
     playback::SPMetaData *mSPMetaData = nullptr;
-    QOrvicPlayerSession::PlayerState mCurrentState = QOrvicPlayerSession::Player_Idle;
+    // Written under mStateLock (setState, storeState); read from any thread.
+    std::atomic<QOrvicPlayerSession::PlayerState> mCurrentState{QOrvicPlayerSession::Player_Idle};
     QOrvicPlayerSession::PlayerMetaData mMetaData;
     QMap<QString, QVariant> mMetaDataMap;
     QMediaPlayer::Flags mFlags;
-    bool mMuted = false;
+    std::atomic<bool> mMuted{false};
     bool mIsNetwork = false;
-    int mVolume = 0;
+    std::atomic<int> mVolume{0};
     QString mCurrentUrl;
     float mPlaybackRate = 1.0f;
     int mPlayerId = 0;
@@ -114,15 +142,70 @@ public:
     QString mWatchdogUrl;
     QMutex mResetLock;
 
-    qint64 mDuration = 0;
-    bool mSeekable = false;
-    int mVideoStreamNum = 0;
-    int mAudioStreamNum = 0;
-    int mCurAudioStream = 0;
-    QMediaTimeRange mAvailableRanges;
+    // Values that the getters read from any thread while commands and engine
+    // threads write them.
+    std::atomic<qint64> mDuration{0};
+    std::atomic<bool> mSeekable{false};
+    std::atomic<int> mVideoStreamNum{0};
+    std::atomic<int> mAudioStreamNum{0};
+    std::atomic<int> mCurAudioStream{0};
     qint64 mResumePosition = 0;
     int mCurSubtitleNum = 0;
-    bool mSubtitleOn = false;
+    std::atomic<bool> mSubtitleOn{false};
+
+    // The available ranges: a shared value class, so copied under a lock.
+    QMediaTimeRange availableRanges() const;
+    void setAvailableRanges(const QMediaTimeRange &ranges);
+
+    // Stores a state without announcing it (a failed open or play), in the
+    // same order as the announced ones.
+    void storeState(QOrvicPlayerSession::PlayerState state);
+
+    // Holds mPlayerLock for a command and counts the commands that this
+    // thread is inside, so that a recovery started from within one of them
+    // (a time update from a slot) can tell and leave the engine alone.
+    class PlayerLocker
+    {
+    public:
+        enum Mode { Wait, TryLock };
+        explicit PlayerLocker(QOrvicPlayerSessionPrivate *d, Mode mode = Wait);
+        ~PlayerLocker();
+        // False only for TryLock when another thread held the lock.
+        bool ownsLock() const { return m_locked; }
+        // Whether this thread was already inside a command when it locked.
+        bool insideCommand() const { return m_outerDepth > 0; }
+        Q_DISABLE_COPY(PlayerLocker)
+
+    private:
+        QOrvicPlayerSessionPrivate *m_d;
+        bool m_locked;
+        int m_outerDepth = 0;
+    };
+
+private:
+    friend class MSPCBK_NavQueue;
+
+    // Gives up the engine objects of a stuck service without calling them:
+    // any call into a stuck engine may never return.
+    void abandonEngine();
+
+    // Number of PlayerLocker scopes open; only the holder of mPlayerLock
+    // touches it.
+    int mCommandDepth = 0;
+    // Serialises storing a state with announcing it: engine threads and the
+    // command thread report states, and the last announcement must be the
+    // stored state.
+    QRecursiveMutex mStateLock;
+    mutable QMutex mRangesLock;
+    QMediaTimeRange mAvailableRanges;
+    // Engine readers (position, duration, rate) hold it for reading while
+    // they call the engine; release() holds it for writing while it destroys
+    // the engine, so that no reader calls a destroyed one.
+    mutable QReadWriteLock mEngineUseLock;
+    // Sinks of abandoned engines: detached, but a callback that entered
+    // before may still be running; release() waits for it before it frees
+    // what such a callback uses.
+    QList<MSPCBK_NavQueue *> mAbandonedCallBacks;
 
 private:
     Q_DISABLE_COPY(QOrvicPlayerSessionPrivate)
@@ -155,8 +238,26 @@ public:
     void subtitleChanged(char *text, char type, int length) override;
     void resumeDataChanged(void *data, int length) override;
 
+    // Engine callbacks reach the adaptor only between enter() and leave().
+    bool enter();
+    void leave();
+    // No callback reaches the adaptor from now on; one already on its way
+    // is not waited for (the caller may hold locks that it needs).
+    void detach();
+    // Waits until no callback of another thread is inside the adaptor.
+    void waitIdle();
+
+    // Sinks of abandoned engines: an abandoned engine may call its sink at
+    // any later time, even after the session has gone, so a detached sink is
+    // kept for the rest of the process.
+    static void keepForever(MSPCBK_NavQueue *sink);
+
 private:
     QOrvicPlayerSessionPrivate *mAdaptor;
+    QMutex mGateLock;
+    QWaitCondition mIdle;
+    bool mDetached = false;
+    int mInFlight = 0;
 };
 
 #endif // QORVICPLAYERSESSION_P_H
