@@ -37,6 +37,47 @@ private:
     std::atomic<T *> m_p{nullptr};
 };
 
+/*!
+    \class QOrvicPlayerSessionPrivate
+    \brief The engine adaptor behind QOrvicPlayerSession.
+
+    \section1 Threads
+
+    \list
+    \li The operations that use the engine (setMedia(), openMetadata(),
+        play(), pause(), stop(), seek(), setPlaybackRate(), setVolume(),
+        setMuted(), setAudioStream(), setSubtitleNum(), setSubtitleOnOff(),
+        setVideoOnOff(), setAudioOnOff(), getSubtitleAttribute(),
+        getAudioAttribute(), getID3Pic()) may be called from any thread. They
+        hold the player lock (mPlayerLock, through PlayerLocker), so they run
+        one at a time, and emit their signals on the calling thread. The
+        session calls them on its owner thread, from the command queue.
+    \li playbackRate(), position() and duration() may be called from any
+        thread and never wait for a command: they hold the engine-use lock for
+        reading while they call the engine, and release() destroys the engine
+        under it for writing.
+    \li checkServer() may be called from any thread. It recovers only when
+        it gets the player lock at once and the calling thread is not inside
+        a command; otherwise the tick is left to a later one. The whole
+        recovery (reset(), reopen, play, seek, pause) holds the player lock
+        and emits on the calling thread.
+    \li init() runs in the session's constructor and inside reset(); reset()
+        and release() run under the player lock (the watchdog, the
+        destructor). They are not for concurrent use otherwise.
+    \li setState() and storeState() may be called from any thread: a state
+        is stored and announced under one lock, so the last stateChanged() is
+        the stored state. stateChanged() is emitted with that lock held.
+    \li navQueueCallBack() runs on the engine's threads, called by the
+        callback sink, and emits there. The sink lets a callback reach the
+        adaptor only while the sink is attached; release() waits for the
+        callbacks on their way before it frees what they use, and the sink
+        of an abandoned engine is detached for good.
+    \li listLock()/listUnlock() guard the command queue from any thread.
+    \endlist
+
+    The stored values that the session's getters read are atomics, or (the
+    available ranges) copied under a lock.
+*/
 class Q_ORVICUTIL_EXPORT QOrvicPlayerSessionPrivate
 {
 public:
@@ -214,8 +255,15 @@ private:
 // Registers the session's meta types; runs once when the library is loaded.
 void qRegisterMediaPlayerMetaTypes();
 
-// Engine callback sink: logs each engine event and hands it to the adaptor
-// (or emits the session signal itself). Called on the engine's threads.
+/*!
+    \class MSPCBK_NavQueue
+    \brief Engine callback sink: logs each engine event and hands it to the
+    adaptor (or emits the session signal itself).
+
+    Called on the engine's threads, possibly several at once. Once detached
+    (the engine was released or abandoned) a callback does nothing beyond its
+    log line.
+*/
 class MSPCBK_NavQueue : public playback::SPPlayer::CallBack
 {
 public:
