@@ -243,11 +243,12 @@ void tst_SessionStress::round(int number, bool destroyEarly, QRandomGenerator &r
     });
     const int perThread = 200 + int(random.bounded(200));
     QVector<int> issued(kClientThreads, 0);
+    std::atomic<int> clientsDone{0};
     std::vector<std::thread> clients;
     for (int t = 0; t < kClientThreads; ++t) {
         const int count = destroyEarly ? int(random.bounded(perThread)) : perThread;
         issued[t] = count;
-        clients.emplace_back([session, t, count, seed = random.generate()] {
+        clients.emplace_back([session, t, count, &clientsDone, seed = random.generate()] {
             QRandomGenerator own(seed);
             for (int n = 0; n < count; ++n) {
                 // Each tracked seek between a few untracked commands.
@@ -262,6 +263,7 @@ void tst_SessionStress::round(int number, bool destroyEarly, QRandomGenerator &r
                 }
                 session->manageActList(S::Msg_Position, QVariant(qlonglong((t + 1) * kSeekBase + n)));
             }
+            ++clientsDone;
         });
     }
 
@@ -274,6 +276,12 @@ void tst_SessionStress::round(int number, bool destroyEarly, QRandomGenerator &r
         }
         return true;
     };
+    // (In rounds cut short, only now and then, so that commands pile up.)
+    while (clientsDone.load() < kClientThreads) {
+        if (!destroyEarly || random.bounded(8) == 0)
+            QCoreApplication::processEvents();
+        QThread::yieldCurrentThread();
+    }
     for (std::thread &c : clients)
         c.join();
     if (!destroyEarly) {
