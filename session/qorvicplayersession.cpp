@@ -220,8 +220,10 @@ void QOrvicPlayerSession::actMessage(MessageId msgid, QVariant param0, QVariant 
         if (signalled)
             d->mAckLock.unlock();
 
-        if (!stopping)
+        if (!stopping) {
+            d->recoverIfDue();
             carryOut(d, msgid, param0);
+        }
 
         OPSESSION_LOG("D/OPSession %s(%d):handle mesage done  %d check list", int(msgid));
     }

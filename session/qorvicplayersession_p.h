@@ -119,6 +119,10 @@ public:
 
     // Watchdog, fed by QOrvicPlayerSession::timeUpdate().
     void checkServer(qint64 position);
+    // Runs the recovery that a time update found due but could not run
+    // because a command held the engine; called by the command queue on the
+    // owner thread between two commands.
+    void recoverIfDue();
     // Counts one time update of a playing session on the shared stall counter;
     // true when the position has not moved often enough to mean a stuck service.
     bool countStall(qint64 position);
@@ -155,6 +159,9 @@ public:
     // command is using. Taken through PlayerLocker.
     QRecursiveMutex mPlayerLock;
     QMutex mMessageWaitLock;
+    // A recovery that a time update could not run (see recoverIfDue()).
+    QAtomicInteger<bool> mRecoveryDue{false};
+    QAtomicInteger<qint64> mRecoveryPosition{0};
     // Threads inside waitMessageDone().
     QAtomicInt mMessageWaiters{0};
     QMutex mListLock;

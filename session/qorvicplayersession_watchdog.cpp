@@ -26,6 +26,12 @@ bool isPlayingState(State state)
 }
 } // namespace
 
+void QOrvicPlayerSessionPrivate::recoverIfDue()
+{
+    if (mRecoveryDue.fetchAndStoreAcquire(false))
+        checkServer(mRecoveryPosition.loadAcquire());
+}
+
 // Counts a time update of a playing session; true once the position has not
 // moved for kStallLimit updates. The counter is shared by every session.
 bool QOrvicPlayerSessionPrivate::countStall(qint64 position)
@@ -56,8 +62,17 @@ void QOrvicPlayerSessionPrivate::checkServer(qint64 position)
     // the time update comes from a slot), this tick leaves the service to a
     // later one. The same lock keeps two time updates from recovering at once.
     const PlayerLocker playerLocker(this, PlayerLocker::TryLock);
-    if (!playerLocker.ownsLock() || playerLocker.insideCommand() || mIsStopping.loadAcquire())
+    if (!playerLocker.ownsLock() || playerLocker.insideCommand() || mIsStopping.loadAcquire()) {
+        // A stopped service is not left to chance, though: with commands
+        // coming one after the other, a later tick might never find the lock
+        // free. The command queue recovers before its next command instead.
+        if (serviceStopped && !mIsStopping.loadAcquire()) {
+            mRecoveryPosition.storeRelease(position);
+            mRecoveryDue.storeRelease(true);
+        }
         return;
+    }
+    mRecoveryDue.storeRelease(false);
 
     // The state before the restart decides how far the medium is brought back.
     const State state = mCurrentState;
