@@ -196,7 +196,8 @@ public:
         thread and emits its signals there. A recovery never replaces an
         engine that a command is using: while a command or a stop runs, or
         when called from a slot inside a command, the tick leaves the
-        recovery to a later one.
+        recovery to a later one; a stopped service found then is recovered by
+        the command queue on the owner thread before its next command.
     */
     void timeUpdate(qint64 position);
 

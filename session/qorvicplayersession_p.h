@@ -58,7 +58,9 @@ private:
         under it for writing.
     \li checkServer() may be called from any thread. It recovers only when
         it gets the player lock at once and the calling thread is not inside
-        a command; otherwise the tick is left to a later one. The whole
+        a command; otherwise the tick is left to a later one (a stopped
+        service is marked, and recoverIfDue() recovers it on the owner
+        thread before the next command). The whole
         recovery (reset(), reopen, play, seek, pause) holds the player lock
         and emits on the calling thread.
     \li init() runs in the session's constructor and inside reset(); reset()
