@@ -115,7 +115,7 @@ void tst_E2eSessionStress::loadFromThreadsWithServiceKills()
             // A client's pace: the owner thread works the queue off in one go,
             // so commands that come faster than they are carried out would
             // keep it from ever returning to its event loop.
-            QThread::msleep(50 + random->bounded(100));
+            QThread::msleep(200 + random->bounded(200));
         }));
     }
 
