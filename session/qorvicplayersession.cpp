@@ -65,6 +65,15 @@ QOrvicPlayerSession::~QOrvicPlayerSession()
     // the acknowledge mutex; its posted delivery goes with this object.
     if (d->mDispatchState.loadAcquire() == 1)
         d->mAckLock.unlock();
+    // An armed message-wait gate is opened, and whoever waits at it is let
+    // through before the gate goes, so that nobody is left blocked on, or
+    // woken inside, a destroyed mutex.
+    // Either this takes the free gate, or it was armed by enableMessageWait()
+    // (on any thread); both ways it ends unlocked.
+    d->mMessageWaitLock.tryLock();
+    d->mMessageWaitLock.unlock();
+    while (d->mMessageWaiters.loadAcquire() != 0)
+        QThread::yieldCurrentThread();
     delete d;
     delete mPendingList;
 }
@@ -211,8 +220,10 @@ void QOrvicPlayerSession::actMessage(MessageId msgid, QVariant param0, QVariant 
         if (signalled)
             d->mAckLock.unlock();
 
-        if (!stopping)
+        if (!stopping) {
+            d->recoverIfDue();
             carryOut(d, msgid, param0);
+        }
 
         OPSESSION_LOG("D/OPSession %s(%d):handle mesage done  %d check list", int(msgid));
     }
@@ -277,7 +288,7 @@ qint64 QOrvicPlayerSession::duration() const
 
 QOrvicPlayerSession::PlayerState QOrvicPlayerSession::state() const
 {
-    return d->mCurrentState;
+    return d->mCurrentState.load();
 }
 
 qint64 QOrvicPlayerSession::position() const
@@ -292,37 +303,37 @@ float QOrvicPlayerSession::playbackRate() const
 
 int QOrvicPlayerSession::volume() const
 {
-    return d->mVolume;
+    return d->mVolume.load();
 }
 
 bool QOrvicPlayerSession::isMuted() const
 {
-    return d->mMuted;
+    return d->mMuted.load();
 }
 
 bool QOrvicPlayerSession::isAudioAvailable() const
 {
-    return d->mAudioStreamNum != 0;
+    return d->mAudioStreamNum.load() != 0;
 }
 
 bool QOrvicPlayerSession::isVideoAvailable() const
 {
-    return d->mVideoStreamNum != 0;
+    return d->mVideoStreamNum.load() != 0;
 }
 
 bool QOrvicPlayerSession::isSeekable() const
 {
-    return d->mSeekable;
+    return d->mSeekable.load();
 }
 
 QMediaTimeRange QOrvicPlayerSession::availablePlaybackRanges() const
 {
-    return d->mAvailableRanges;
+    return d->availableRanges();
 }
 
 int QOrvicPlayerSession::getCurrentAudioStream() const
 {
-    return d->mCurAudioStream;
+    return d->mCurAudioStream.load();
 }
 
 QImage QOrvicPlayerSession::getID3Pic() const
@@ -349,8 +360,12 @@ void QOrvicPlayerSession::enableMessageWait()
 
 void QOrvicPlayerSession::waitMessageDone()
 {
+    // Counted, so that the destructor can let a waiter through before the
+    // gate goes.
+    d->mMessageWaiters.ref();
     OPSESSION_LOG("D/OPSession %s(%d):wait msg lock");
     d->mMessageWaitLock.lock();
     OPSESSION_LOG("D/OPSession %s(%d):wait msg unlock");
     d->mMessageWaitLock.unlock();
+    d->mMessageWaiters.deref();
 }

@@ -4,9 +4,12 @@
 #include "qorvicmetadatasession.h"
 #include "qorviclogging_p.h"
 
+#include <QtCore/QMutexLocker>
 #include <QtMultimedia/QMediaMetaData>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 namespace {
 using Session = QOrvicPlayerSession;
@@ -25,6 +28,44 @@ QMediaPlayer::MediaMessage mediaMessage(int id)
 {
     return static_cast<QMediaPlayer::MediaMessage>(id);
 }
+
+// The sinks whose callbacks this thread is inside, innermost last: a sink
+// waiting for its callbacks to end must not wait for those of its own thread
+// (a release started from a slot that a callback called).
+thread_local std::vector<const MSPCBK_NavQueue *> t_callBackSinks;
+
+int framesOnThisThread(const MSPCBK_NavQueue *sink)
+{
+    return int(std::count(t_callBackSinks.cbegin(), t_callBackSinks.cend(), sink));
+}
+
+// One engine callback inside the adaptor; does nothing for a detached sink.
+class CallBackScope
+{
+public:
+    explicit CallBackScope(MSPCBK_NavQueue *sink)
+        : m_sink(sink), m_entered(sink->enter())
+    {
+        if (m_entered)
+            t_callBackSinks.push_back(sink);
+    }
+    ~CallBackScope()
+    {
+        if (m_entered) {
+            t_callBackSinks.pop_back();
+            m_sink->leave();
+        }
+    }
+    explicit operator bool() const { return m_entered; }
+    Q_DISABLE_COPY(CallBackScope)
+
+private:
+    MSPCBK_NavQueue *m_sink;
+    bool m_entered;
+};
+
+QMutex keptSinksLock;
+QList<MSPCBK_NavQueue *> *keptSinks = nullptr;
 } // namespace
 
 // ----------------------------------------------------------- callback sink --
@@ -36,10 +77,49 @@ MSPCBK_NavQueue::MSPCBK_NavQueue(QOrvicPlayerSessionPrivate *adaptor)
 
 MSPCBK_NavQueue::~MSPCBK_NavQueue() = default;
 
+bool MSPCBK_NavQueue::enter()
+{
+    QMutexLocker locker(&mGateLock);
+    if (mDetached)
+        return false;
+    ++mInFlight;
+    return true;
+}
+
+void MSPCBK_NavQueue::leave()
+{
+    QMutexLocker locker(&mGateLock);
+    if (--mInFlight == 0)
+        mIdle.wakeAll();
+}
+
+void MSPCBK_NavQueue::detach()
+{
+    QMutexLocker locker(&mGateLock);
+    mDetached = true;
+}
+
+void MSPCBK_NavQueue::waitIdle()
+{
+    const int own = framesOnThisThread(this);
+    QMutexLocker locker(&mGateLock);
+    while (mInFlight > own)
+        mIdle.wait(&mGateLock);
+}
+
+void MSPCBK_NavQueue::keepForever(MSPCBK_NavQueue *sink)
+{
+    QMutexLocker locker(&keptSinksLock);
+    if (!keptSinks)
+        keptSinks = new QList<MSPCBK_NavQueue *>;
+    keptSinks->append(sink);
+}
+
 void MSPCBK_NavQueue::durationChanged(long long duration)
 {
     OPSESSION_LOG("D/OPSession %s(%d):durationChanged:%lld ", duration);
-    mAdaptor->navQueueCallBack(Session::Rsp_Duration, QVariant(qlonglong(duration)));
+    if (const CallBackScope scope{this})
+        mAdaptor->navQueueCallBack(Session::Rsp_Duration, QVariant(qlonglong(duration)));
 }
 
 void MSPCBK_NavQueue::positionChanged(long long position)
@@ -51,7 +131,8 @@ void MSPCBK_NavQueue::positionChanged(long long position)
 void MSPCBK_NavQueue::stateChanged(playback::SPPlayer::state_e state)
 {
     OPSESSION_LOG("D/OPSession %s(%d):stateChanged:%d ", int(state));
-    mAdaptor->navQueueCallBack(Session::Rsp_State, QVariant(int(state)));
+    if (const CallBackScope scope{this})
+        mAdaptor->navQueueCallBack(Session::Rsp_State, QVariant(int(state)));
 }
 
 void MSPCBK_NavQueue::volumeChanged(int volume)
@@ -62,7 +143,8 @@ void MSPCBK_NavQueue::volumeChanged(int volume)
 void MSPCBK_NavQueue::bufferingProgessChanged(int percent)
 {
     OPSESSION_LOG("D/OPSession %s(%d):bufferingProgessChanged:%d ", percent);
-    mAdaptor->navQueueCallBack(Session::Rsp_BufferingProgress, QVariant(percent));
+    if (const CallBackScope scope{this})
+        mAdaptor->navQueueCallBack(Session::Rsp_BufferingProgress, QVariant(percent));
 }
 
 void MSPCBK_NavQueue::streamChanged(playback::SPPlayer::stream_type_e type, int index)
@@ -73,19 +155,22 @@ void MSPCBK_NavQueue::streamChanged(playback::SPPlayer::stream_type_e type, int 
 void MSPCBK_NavQueue::seekableChanged(bool seekable)
 {
     OPSESSION_LOG("D/OPSession %s(%d):seekableChanged:%d ", int(seekable));
-    mAdaptor->navQueueCallBack(Session::Rsp_Seekable, QVariant(seekable));
+    if (const CallBackScope scope{this})
+        mAdaptor->navQueueCallBack(Session::Rsp_Seekable, QVariant(seekable));
 }
 
 void MSPCBK_NavQueue::error(int no)
 {
     OPSESSION_LOG("D/OPSession %s(%d):error:%d ", no);
-    mAdaptor->navQueueCallBack(Session::Rsp_Error, QVariant(no));
+    if (const CallBackScope scope{this})
+        mAdaptor->navQueueCallBack(Session::Rsp_Error, QVariant(no));
 }
 
 void MSPCBK_NavQueue::speedChanged(double rate)
 {
     OPSESSION_LOG("D/OPSession %s(%d):speedChanged:%f ", rate);
-    mAdaptor->navQueueCallBack(Session::Rsp_Speed, QVariant(rate));
+    if (const CallBackScope scope{this})
+        mAdaptor->navQueueCallBack(Session::Rsp_Speed, QVariant(rate));
 }
 
 void MSPCBK_NavQueue::prepared()
@@ -96,7 +181,8 @@ void MSPCBK_NavQueue::prepared()
 void MSPCBK_NavQueue::playbackFinish()
 {
     OPSESSION_LOG("D/OPSession %s(%d):playbackFinish. ");
-    mAdaptor->navQueueCallBack(Session::Rsp_PlaybackFinish, QVariant(0));
+    if (const CallBackScope scope{this})
+        mAdaptor->navQueueCallBack(Session::Rsp_PlaybackFinish, QVariant(0));
 }
 
 void MSPCBK_NavQueue::aboutToFinish()
@@ -111,6 +197,9 @@ void MSPCBK_NavQueue::mediaAvailableChanged(playback::SPPlayer::stream_type_e ty
 
 void MSPCBK_NavQueue::subtitleChanged(char *text, char type, int length)
 {
+    const CallBackScope scope{this};
+    if (!scope)
+        return;
     QOrvicMetaDataSession *metaSession = mAdaptor->mMetaSession;
     if (!text || !metaSession)
         return;
@@ -125,7 +214,8 @@ void MSPCBK_NavQueue::subtitleChanged(char *text, char type, int length)
 void MSPCBK_NavQueue::resumeDataChanged(void *data, int length)
 {
     Q_UNUSED(length); // the engine's record has a fixed size
-    if (!data)
+    const CallBackScope scope{this};
+    if (!data || !scope)
         return;
     QMediaPlayer::ResumeData resume;
     std::memcpy(resume.data, data, kResumeDataSize);
@@ -151,7 +241,7 @@ void QOrvicPlayerSessionPrivate::navQueueCallBack(QOrvicPlayerSession::RespondId
     case Session::Rsp_Duration: {
         // Read as an int: the engine reports durations in that range.
         const int duration = value.toInt(&ok);
-        mDuration = qint64(duration);
+        mDuration.store(qint64(duration));
         if (ok)
             Q_EMIT q->durationChanged(duration);
         break;
@@ -162,10 +252,12 @@ void QOrvicPlayerSessionPrivate::navQueueCallBack(QOrvicPlayerSession::RespondId
             Q_EMIT q->positionChanged(position);
         break;
     }
-    case Session::Rsp_Seekable:
-        mSeekable = value.toBool();
-        Q_EMIT q->seekableChanged(mSeekable);
+    case Session::Rsp_Seekable: {
+        const bool seekable = value.toBool();
+        mSeekable.store(seekable);
+        Q_EMIT q->seekableChanged(seekable);
         break;
+    }
     case Session::Rsp_State:
         // Only the engine's playing state is taken over; the session drives
         // every other state itself.

@@ -27,7 +27,7 @@ const char kFormatNotSupported[] = "video format not support";
 
 void QOrvicPlayerSessionPrivate::setMedia(QString url)
 {
-    QMutexLocker locker(&mPlayerLock);
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     OPSESSION_LOG("D/OPSession %s(%d):setmedia::%s ", url.toUtf8().constData());
     if (!mFilePlayer) {
@@ -46,7 +46,7 @@ void QOrvicPlayerSessionPrivate::setMedia(QString url)
         setState(QOrvicPlayerSession::Player_Preparing);
     }
 
-    mAvailableRanges = QMediaTimeRange();
+    setAvailableRanges(QMediaTimeRange());
     // The streams of the previous medium are gone with it; the new medium's
     // are known once its metadata is collected.
     setStreamCounts(0, 0);
@@ -77,7 +77,7 @@ void QOrvicPlayerSessionPrivate::setMedia(QString url)
     if (opened != 0) {
         OPSESSION_LOG("E/OPSession %s(%d):open file fail %d", opened);
         // Stored without an announcement: the error signal tells the client.
-        mCurrentState = QOrvicPlayerSession::Player_Stop;
+        storeState(QOrvicPlayerSession::Player_Stop);
         mCurrentUrl.clear();
         Q_EMIT q->error(2, QString::fromLatin1(kFormatNotSupported));
         return;
@@ -93,7 +93,7 @@ void QOrvicPlayerSessionPrivate::setMedia(QString url)
             openMetadata(url);
         }
         mCurrentUrl.clear();
-        mCurrentState = QOrvicPlayerSession::Player_Stop;
+        storeState(QOrvicPlayerSession::Player_Stop);
         Q_EMIT q->error(1, QString::fromLatin1(kFormatNotSupported));
         return;
     }

@@ -4,6 +4,7 @@
 #include "qorviclogging_p.h"
 
 #include <QtCore/QMutexLocker>
+#include <QtCore/QReadWriteLock>
 #include <QtCore/QThread>
 
 #include <cutils/properties.h>
@@ -56,6 +57,9 @@ QOrvicPlayerSessionPrivate::QOrvicPlayerSessionPrivate(QMediaPlayer::Flags flags
 QOrvicPlayerSessionPrivate::~QOrvicPlayerSessionPrivate()
 {
     OPSESSION_LOG("V/OPSession %s(%d) called");
+    // Waits for a recovery or an engine question of another thread (a time
+    // update, getID3Pic, metadataInvoke) to end before the engine goes.
+    const PlayerLocker locker(this);
     release();
 }
 
@@ -77,8 +81,9 @@ void QOrvicPlayerSessionPrivate::init()
     OPSESSION_LOG("D/OPSession %s(%d):palyer id %d", mPlayerId);
     // The command queue's dispatch state is left alone: a reset may run while
     // a command is signalled, and clearing it would let the next command lock
-    // the acknowledge mutex a second time.
-    mIsStopping.storeRelease(false);
+    // the acknowledge mutex a second time. So is the stopping flag: it starts
+    // lowered, and only the stop that raised it may lower it again; a
+    // watchdog restart during that stop must not.
     mIsNetwork = false;
 
     char key[kStatusBufferSize] = {};
@@ -98,7 +103,7 @@ void QOrvicPlayerSessionPrivate::init()
         pollSleep(kPollIntervalMs);
     }
 
-    OPSESSION_LOG("D/OPSession %s(%d):save vol %d is mute %d", mVolume, int(mMuted));
+    OPSESSION_LOG("D/OPSession %s(%d):save vol %d is mute %d", mVolume.load(), int(mMuted.load()));
     mCallBack = new MSPCBK_NavQueue(this);
     if (isMetaDataOnly(mFlags))
         mFilePlayer = playback::SPPlayer::create("QspmediaplayerOnlyMetadata", mCallBack);
@@ -109,14 +114,14 @@ void QOrvicPlayerSessionPrivate::init()
     // engine that could not be created keeps the saved values.
     if (mFilePlayer) {
         mVolume = mFilePlayer->getVolume();
-        OPSESSION_LOG("D/OPSession %s(%d):init volume %d", mVolume);
+        OPSESSION_LOG("D/OPSession %s(%d):init volume %d", mVolume.load());
         mMuted = mVolume <= 0;
     } else {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
     }
 
     mSPMetaData = playback::SPMetaData::create("SpMetadata", "default");
-    mCurrentState = QOrvicPlayerSession::Player_Idle;
+    storeState(QOrvicPlayerSession::Player_Idle);
     mMetaSession = new QOrvicMetaDataSession(mSPMetaData, mFilePlayer, nullptr);
     mMetaData.videoAttribute = nullptr;
     mMetaData.audioAttribute = nullptr;
@@ -154,38 +159,112 @@ void QOrvicPlayerSessionPrivate::reset()
 void QOrvicPlayerSessionPrivate::release()
 {
     OPSESSION_LOG("V/OPSession %s(%d) called");
-    if (mMetaSession) {
-        delete mMetaSession;
-        mMetaSession = nullptr;
-    }
-    if (mSPMetaData)
-        playback::SPMetaData::destroy(mSPMetaData);
+    // The engine goes first: until it has stopped, its threads may still
+    // deliver a subtitle into the metadata session or an event into the sink.
     if (mFilePlayer) {
+        playback::SPPlayer *const player = mFilePlayer;
         OPSESSION_LOG("D/OPSession %s(%d):stop start ");
-        const int result = mFilePlayer->stop();
+        const int result = player->stop();
         OPSESSION_LOG("D/OPSession %s(%d):stop:%d ", result);
-        playback::SPPlayer::destroy(mFilePlayer);
+        {
+            // No reader of another thread is inside the engine while it goes.
+            QWriteLocker engineUse(&mEngineUseLock);
+            mFilePlayer = nullptr;
+        }
+        playback::SPPlayer::destroy(player);
         OPSESSION_LOG("D/OPSession %s(%d):SPPlayer::destroy ");
     }
     if (mCallBack) {
+        // A destroyed engine calls no more, but one of its callbacks may
+        // still be on its way through the adaptor.
+        mCallBack->detach();
+        mCallBack->waitIdle();
         delete mCallBack;
         mCallBack = nullptr;
     }
+    for (MSPCBK_NavQueue *abandoned : qAsConst(mAbandonedCallBacks))
+        abandoned->waitIdle();
+    mAbandonedCallBacks.clear();
+    if (mMetaSession) {
+        QOrvicMetaDataSession *const metaSession = mMetaSession;
+        mMetaSession = nullptr;
+        delete metaSession;
+    }
+    if (mSPMetaData)
+        playback::SPMetaData::destroy(mSPMetaData);
     QOrvicMetaDataSession::releaseMetaData(mMetaData);
     mFilePlayer = nullptr;
     mSPMetaData = nullptr;
 }
 
+void QOrvicPlayerSessionPrivate::abandonEngine()
+{
+    // The engine and its reader are not destroyed, and the sink that the
+    // engine holds is kept for good but cut off from this adaptor: should the
+    // engine wake up later, its callbacks reach nothing that has gone.
+    {
+        QWriteLocker engineUse(&mEngineUseLock);
+        mFilePlayer = nullptr;
+    }
+    mSPMetaData = nullptr;
+    if (mCallBack) {
+        mCallBack->detach();
+        MSPCBK_NavQueue::keepForever(mCallBack);
+        mAbandonedCallBacks.append(mCallBack);
+        mCallBack = nullptr;
+    }
+}
+
 void QOrvicPlayerSessionPrivate::setState(QOrvicPlayerSession::PlayerState state)
 {
-    mCurrentState = state;
+    QMutexLocker stateLocker(&mStateLock);
+    mCurrentState.store(state);
     OPSESSION_LOG("D/OPSession %s(%d):emit state %d", int(state));
     Q_EMIT q->stateChanged(state);
 }
 
+void QOrvicPlayerSessionPrivate::storeState(QOrvicPlayerSession::PlayerState state)
+{
+    QMutexLocker stateLocker(&mStateLock);
+    mCurrentState.store(state);
+}
+
+QMediaTimeRange QOrvicPlayerSessionPrivate::availableRanges() const
+{
+    QMutexLocker locker(&mRangesLock);
+    return mAvailableRanges;
+}
+
+void QOrvicPlayerSessionPrivate::setAvailableRanges(const QMediaTimeRange &ranges)
+{
+    QMutexLocker locker(&mRangesLock);
+    mAvailableRanges = ranges;
+}
+
+QOrvicPlayerSessionPrivate::PlayerLocker::PlayerLocker(QOrvicPlayerSessionPrivate *d, Mode mode)
+    : m_d(d)
+{
+    if (mode == TryLock) {
+        m_locked = m_d->mPlayerLock.tryLock();
+    } else {
+        m_d->mPlayerLock.lock();
+        m_locked = true;
+    }
+    if (m_locked)
+        m_outerDepth = m_d->mCommandDepth++;
+}
+
+QOrvicPlayerSessionPrivate::PlayerLocker::~PlayerLocker()
+{
+    if (!m_locked)
+        return;
+    --m_d->mCommandDepth;
+    m_d->mPlayerLock.unlock();
+}
+
 QImage QOrvicPlayerSessionPrivate::getID3Pic()
 {
-    QMutexLocker locker(&mPlayerLock);
+    const PlayerLocker locker(this);
     if (!mMetaSession) {
         OPSESSION_LOG("D/OPSession %s(%d):mMetaSession is null");
         return QImage();

@@ -8,7 +8,11 @@
 
 #include <QtCore/qatomic.h>
 #include <QtCore/qmutex.h>
+#include <QtCore/qreadwritelock.h>
 #include <QtCore/qstring.h>
+#include <QtCore/qwaitcondition.h>
+
+#include <atomic>
 
 #include <playback/spmetadata.h>
 #include <playback/spplayer.h>
@@ -16,6 +20,66 @@
 class QOrvicMetaDataSession;
 class MSPCBK_NavQueue;
 
+// An engine object pointer that one thread may replace while another reads
+// it: used like a plain pointer, every access is atomic.
+template <typename T>
+class QOrvicSharedPointerSlot
+{
+public:
+    QOrvicSharedPointerSlot() = default;
+    QOrvicSharedPointerSlot(T *p) : m_p(p) {}
+    QOrvicSharedPointerSlot &operator=(T *p) { m_p.store(p, std::memory_order_release); return *this; }
+    operator T *() const { return m_p.load(std::memory_order_acquire); }
+    T *operator->() const { return m_p.load(std::memory_order_acquire); }
+    Q_DISABLE_COPY(QOrvicSharedPointerSlot)
+
+private:
+    std::atomic<T *> m_p{nullptr};
+};
+
+/*!
+    \class QOrvicPlayerSessionPrivate
+    \brief The engine adaptor behind QOrvicPlayerSession.
+
+    \section1 Threads
+
+    \list
+    \li The operations that use the engine (setMedia(), openMetadata(),
+        play(), pause(), stop(), seek(), setPlaybackRate(), setVolume(),
+        setMuted(), setAudioStream(), setSubtitleNum(), setSubtitleOnOff(),
+        setVideoOnOff(), setAudioOnOff(), getSubtitleAttribute(),
+        getAudioAttribute(), getID3Pic()) may be called from any thread. They
+        hold the player lock (mPlayerLock, through PlayerLocker), so they run
+        one at a time, and emit their signals on the calling thread. The
+        session calls them on its owner thread, from the command queue.
+    \li playbackRate(), position() and duration() may be called from any
+        thread and never wait for a command: they hold the engine-use lock for
+        reading while they call the engine, and release() destroys the engine
+        under it for writing.
+    \li checkServer() may be called from any thread. It recovers only when
+        it gets the player lock at once and the calling thread is not inside
+        a command; otherwise the tick is left to a later one (a stopped
+        service is marked, and recoverIfDue() recovers it on the owner
+        thread before the next command). The whole
+        recovery (reset(), reopen, play, seek, pause) holds the player lock
+        and emits on the calling thread.
+    \li init() runs in the session's constructor and inside reset(); reset()
+        and release() run under the player lock (the watchdog, the
+        destructor). They are not for concurrent use otherwise.
+    \li setState() and storeState() may be called from any thread: a state
+        is stored and announced under one lock, so the last stateChanged() is
+        the stored state. stateChanged() is emitted with that lock held.
+    \li navQueueCallBack() runs on the engine's threads, called by the
+        callback sink, and emits there. The sink lets a callback reach the
+        adaptor only while the sink is attached; release() waits for the
+        callbacks on their way before it frees what they use, and the sink
+        of an abandoned engine is detached for good.
+    \li listLock()/listUnlock() guard the command queue from any thread.
+    \endlist
+
+    The stored values that the session's getters read are atomics, or (the
+    available ranges) copied under a lock.
+*/
 class Q_ORVICUTIL_EXPORT QOrvicPlayerSessionPrivate
 {
 public:
@@ -61,6 +125,10 @@ public:
 
     // Watchdog, fed by QOrvicPlayerSession::timeUpdate().
     void checkServer(qint64 position);
+    // Runs the recovery that a time update found due but could not run
+    // because a command held the engine; called by the command queue on the
+    // owner thread between two commands.
+    void recoverIfDue();
     // Counts one time update of a playing session on the shared stall counter;
     // true when the position has not moved often enough to mean a stuck service.
     bool countStall(qint64 position);
@@ -103,26 +171,36 @@ public:
 
     // Members, in the adaptor's declaration order.
     QOrvicPlayerSession *q = nullptr;
+    // Held by every command that uses the engine (opening, transport, volume,
+    // streams, subtitles, picture, stream attributes) and by the watchdog for
+    // a whole recovery, so that a recovery never replaces an engine that a
+    // command is using. Taken through PlayerLocker.
     QRecursiveMutex mPlayerLock;
     QMutex mMessageWaitLock;
+    // A recovery that a time update could not run (see recoverIfDue()).
+    QAtomicInteger<bool> mRecoveryDue{false};
+    QAtomicInteger<qint64> mRecoveryPosition{0};
+    // Threads inside waitMessageDone().
+    QAtomicInt mMessageWaiters{0};
     QMutex mListLock;
     QMutex mAckLock;
     // Raised while QOrvicPlayerSession::stop() runs; read without a lock by
-    // opening and play, which give way to a running stop.
+    // opening, play and the watchdog, which give way to a running stop.
     QAtomicInteger<bool> mIsStopping{false};
     // Command dispatch: 0 idle, 1 signalled, 2 picked up (guarded by mListLock).
     QAtomicInt mDispatchState{0};
-    playback::SPPlayer *mFilePlayer = nullptr;
-    QOrvicMetaDataSession *mMetaSession = nullptr;
+    QOrvicSharedPointerSlot<playback::SPPlayer> mFilePlayer;
+    QOrvicSharedPointerSlot<QOrvicMetaDataSession> mMetaSession;
     MSPCBK_NavQueue *mCallBack = nullptr;
     playback::SPMetaData *mSPMetaData = nullptr;
-    QOrvicPlayerSession::PlayerState mCurrentState = QOrvicPlayerSession::Player_Idle;
+    // Written under mStateLock (setState, storeState); read from any thread.
+    std::atomic<QOrvicPlayerSession::PlayerState> mCurrentState{QOrvicPlayerSession::Player_Idle};
     QOrvicPlayerSession::PlayerMetaData mMetaData;
     QMap<QString, QVariant> mMetaDataMap;
     QMediaPlayer::Flags mFlags;
-    bool mMuted = false;
+    std::atomic<bool> mMuted{false};
     bool mIsNetwork = false;
-    int mVolume = 0;
+    std::atomic<int> mVolume{0};
     QString mCurrentUrl;
     float mPlaybackRate = 1.0f;
     int mPlayerId = 0;
@@ -130,15 +208,70 @@ public:
     QString mWatchdogUrl;
     QMutex mResetLock;
 
-    qint64 mDuration = 0;
-    bool mSeekable = false;
-    int mVideoStreamNum = 0;
-    int mAudioStreamNum = 0;
-    int mCurAudioStream = 0;
-    QMediaTimeRange mAvailableRanges;
+    // Values that the getters read from any thread while commands and engine
+    // threads write them.
+    std::atomic<qint64> mDuration{0};
+    std::atomic<bool> mSeekable{false};
+    std::atomic<int> mVideoStreamNum{0};
+    std::atomic<int> mAudioStreamNum{0};
+    std::atomic<int> mCurAudioStream{0};
     qint64 mResumePosition = 0;
     int mCurSubtitleNum = 0;
-    bool mSubtitleOn = false;
+    std::atomic<bool> mSubtitleOn{false};
+
+    // The available ranges: a shared value class, so copied under a lock.
+    QMediaTimeRange availableRanges() const;
+    void setAvailableRanges(const QMediaTimeRange &ranges);
+
+    // Stores a state without announcing it (a failed open or play), in the
+    // same order as the announced ones.
+    void storeState(QOrvicPlayerSession::PlayerState state);
+
+    // Holds mPlayerLock for a command and counts the commands that this
+    // thread is inside, so that a recovery started from within one of them
+    // (a time update from a slot) can tell and leave the engine alone.
+    class PlayerLocker
+    {
+    public:
+        enum Mode { Wait, TryLock };
+        explicit PlayerLocker(QOrvicPlayerSessionPrivate *d, Mode mode = Wait);
+        ~PlayerLocker();
+        // False only for TryLock when another thread held the lock.
+        bool ownsLock() const { return m_locked; }
+        // Whether this thread was already inside a command when it locked.
+        bool insideCommand() const { return m_outerDepth > 0; }
+        Q_DISABLE_COPY(PlayerLocker)
+
+    private:
+        QOrvicPlayerSessionPrivate *m_d;
+        bool m_locked;
+        int m_outerDepth = 0;
+    };
+
+private:
+    friend class MSPCBK_NavQueue;
+
+    // Gives up the engine objects of a stuck service without calling them:
+    // any call into a stuck engine may never return.
+    void abandonEngine();
+
+    // Number of PlayerLocker scopes open; only the holder of mPlayerLock
+    // touches it.
+    int mCommandDepth = 0;
+    // Serialises storing a state with announcing it: engine threads and the
+    // command thread report states, and the last announcement must be the
+    // stored state.
+    QRecursiveMutex mStateLock;
+    mutable QMutex mRangesLock;
+    QMediaTimeRange mAvailableRanges;
+    // Engine readers (position, duration, rate) hold it for reading while
+    // they call the engine; release() holds it for writing while it destroys
+    // the engine, so that no reader calls a destroyed one.
+    mutable QReadWriteLock mEngineUseLock;
+    // Sinks of abandoned engines: detached, but a callback that entered
+    // before may still be running; release() waits for it before it frees
+    // what such a callback uses.
+    QList<MSPCBK_NavQueue *> mAbandonedCallBacks;
 
 private:
     Q_DISABLE_COPY(QOrvicPlayerSessionPrivate)
@@ -147,8 +280,15 @@ private:
 // Registers the session's meta types; runs once when the library is loaded.
 void qRegisterMediaPlayerMetaTypes();
 
-// Engine callback sink: logs each engine event and hands it to the adaptor
-// (or emits the session signal itself). Called on the engine's threads.
+/*!
+    \class MSPCBK_NavQueue
+    \brief Engine callback sink: logs each engine event and hands it to the
+    adaptor (or emits the session signal itself).
+
+    Called on the engine's threads, possibly several at once. Once detached
+    (the engine was released or abandoned) a callback does nothing beyond its
+    log line.
+*/
 class MSPCBK_NavQueue : public playback::SPPlayer::CallBack
 {
 public:
@@ -171,8 +311,26 @@ public:
     void subtitleChanged(char *text, char type, int length) override;
     void resumeDataChanged(void *data, int length) override;
 
+    // Engine callbacks reach the adaptor only between enter() and leave().
+    bool enter();
+    void leave();
+    // No callback reaches the adaptor from now on; one already on its way
+    // is not waited for (the caller may hold locks that it needs).
+    void detach();
+    // Waits until no callback of another thread is inside the adaptor.
+    void waitIdle();
+
+    // Sinks of abandoned engines: an abandoned engine may call its sink at
+    // any later time, even after the session has gone, so a detached sink is
+    // kept for the rest of the process.
+    static void keepForever(MSPCBK_NavQueue *sink);
+
 private:
     QOrvicPlayerSessionPrivate *mAdaptor;
+    QMutex mGateLock;
+    QWaitCondition mIdle;
+    bool mDetached = false;
+    int mInFlight = 0;
 };
 
 #endif // QORVICPLAYERSESSION_P_H

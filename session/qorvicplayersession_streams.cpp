@@ -21,12 +21,13 @@ QString QOrvicPlayerSessionPrivate::engineText(const char *text, int capacity)
 
 void QOrvicPlayerSessionPrivate::setVolume(int volume)
 {
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
         return;
     }
-    OPSESSION_LOG("D/OPSession %s(%d):set vol %d org vol %d ismute %d", volume, mVolume, int(mMuted));
+    OPSESSION_LOG("D/OPSession %s(%d):set vol %d org vol %d ismute %d", volume, mVolume.load(), int(mMuted.load()));
     // Compared unsigned, so negative volumes are refused with the too large ones.
     if (volume == mVolume || unsigned(volume) > kMaxVolume)
         return;
@@ -41,12 +42,13 @@ void QOrvicPlayerSessionPrivate::setVolume(int volume)
 
 void QOrvicPlayerSessionPrivate::setMuted(bool muted)
 {
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
         return;
     }
-    OPSESSION_LOG("D/OPSession %s(%d):old mute %d new mute %d", int(mMuted), int(muted));
+    OPSESSION_LOG("D/OPSession %s(%d):old mute %d new mute %d", int(mMuted.load()), int(muted));
     if (muted == mMuted)
         return;
     mMuted = muted;
@@ -64,7 +66,7 @@ void QOrvicPlayerSessionPrivate::setMuted(bool muted)
 void QOrvicPlayerSessionPrivate::setAudioStream(int stream)
 {
     // Held throughout: the audio block that the metadata map is built from is rebuilt.
-    QMutexLocker locker(&mPlayerLock);
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
@@ -101,6 +103,7 @@ void QOrvicPlayerSessionPrivate::setAudioStream(int stream)
 
 void QOrvicPlayerSessionPrivate::setSubtitleNum(int stream)
 {
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
@@ -132,6 +135,7 @@ void QOrvicPlayerSessionPrivate::setSubtitleNum(int stream)
 
 void QOrvicPlayerSessionPrivate::setSubtitleOnOff(bool on)
 {
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
@@ -155,6 +159,7 @@ void QOrvicPlayerSessionPrivate::setSubtitleOnOff(bool on)
 
 void QOrvicPlayerSessionPrivate::setVideoOnOff(bool on)
 {
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
@@ -167,6 +172,7 @@ void QOrvicPlayerSessionPrivate::setVideoOnOff(bool on)
 
 void QOrvicPlayerSessionPrivate::setAudioOnOff(bool on)
 {
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
@@ -179,6 +185,7 @@ void QOrvicPlayerSessionPrivate::setAudioOnOff(bool on)
 
 void QOrvicPlayerSessionPrivate::getSubtitleAttribute(int index, playback::SPMetaData::SubtitleAttribute &attr)
 {
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
@@ -193,6 +200,7 @@ void QOrvicPlayerSessionPrivate::getSubtitleAttribute(int index, playback::SPMet
 
 void QOrvicPlayerSessionPrivate::getAudioAttribute(int index, playback::SPMetaData::AudioAttribute &attr)
 {
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     // Answered by the metadata reader; the player is not needed.
     const int result = mSPMetaData ? mSPMetaData->getAudioAttribute(0, index, attr) : -1;

@@ -3,6 +3,7 @@
 #include "qorviclogging_p.h"
 
 #include <QtCore/QMutexLocker>
+#include <QtCore/QReadWriteLock>
 #include <QtCore/qnumeric.h>
 
 
@@ -36,7 +37,7 @@ bool isPlayableState(State state)
 
 void QOrvicPlayerSessionPrivate::play()
 {
-    QMutexLocker locker(&mPlayerLock);
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (isMetaDataOnly(mFlags)) {
         OPSESSION_LOG("E/OPSession %s(%d):FLags is only metadata,not support play ");
@@ -85,19 +86,19 @@ void QOrvicPlayerSessionPrivate::play()
     }
     if (result == 0) {
         setState(QOrvicPlayerSession::Player_Play);
-        mAvailableRanges = QMediaTimeRange(0, q->duration());
+        setAvailableRanges(QMediaTimeRange(0, q->duration()));
         return;
     }
     OPSESSION_LOG("E/OPSession %s(%d):pe play fail %d", result);
     setState(mCurrentState);
-    mCurrentState = QOrvicPlayerSession::Player_Stop;
+    storeState(QOrvicPlayerSession::Player_Stop);
     mCurrentUrl.clear();
     Q_EMIT q->error(1, QString::fromLatin1(kFormatNotSupported));
 }
 
 void QOrvicPlayerSessionPrivate::pause()
 {
-    QMutexLocker locker(&mPlayerLock);
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
@@ -124,7 +125,7 @@ void QOrvicPlayerSessionPrivate::pause()
 
 void QOrvicPlayerSessionPrivate::stop()
 {
-    QMutexLocker locker(&mPlayerLock);
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     // A medium stopped by the client may be reopened by the watchdog again.
     mWatchdogUrl.clear();
@@ -147,7 +148,7 @@ void QOrvicPlayerSessionPrivate::stop()
 
 void QOrvicPlayerSessionPrivate::seek(qint64 position)
 {
-    QMutexLocker locker(&mPlayerLock);
+    const PlayerLocker locker(this);
     OPSESSION_LOG("V/OPSession %s(%d) called");
     if (!mFilePlayer) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
@@ -161,7 +162,7 @@ void QOrvicPlayerSessionPrivate::seek(qint64 position)
 
 void QOrvicPlayerSessionPrivate::setPlaybackRate(qreal rate)
 {
-    QMutexLocker locker(&mPlayerLock);
+    const PlayerLocker locker(this);
     const float value = float(rate);
     OPSESSION_LOG("D/OPSession %s(%d):rate:%f", double(value));
     if (!mFilePlayer) {
@@ -220,32 +221,40 @@ void QOrvicPlayerSessionPrivate::setPlaybackRate(qreal rate)
 
 qreal QOrvicPlayerSessionPrivate::playbackRate() const
 {
-    if (!mFilePlayer) {
+    // Readers may run on any thread: the engine they call is not destroyed
+    // before they are done with it (see release()).
+    const QReadLocker engineUse(&mEngineUseLock);
+    playback::SPPlayer *const player = mFilePlayer;
+    if (!player) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
         return 1.0;
     }
     // Outside trick play the engine runs at normal speed by definition.
-    const float rate = isTrickPlayState(mCurrentState) ? float(mFilePlayer->getSpeed()) : 1.0f;
+    const float rate = isTrickPlayState(mCurrentState) ? float(player->getSpeed()) : 1.0f;
     OPSESSION_LOG("D/OPSession %s(%d):playbackRate %f", double(rate));
     return rate;
 }
 
 qint64 QOrvicPlayerSessionPrivate::position() const
 {
-    if (!mFilePlayer) {
+    const QReadLocker engineUse(&mEngineUseLock);
+    playback::SPPlayer *const player = mFilePlayer;
+    if (!player) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
         return 0;
     }
-    return isRunningState(mCurrentState) ? qint64(mFilePlayer->getPosition()) : 0;
+    return isRunningState(mCurrentState) ? qint64(player->getPosition()) : 0;
 }
 
 qint64 QOrvicPlayerSessionPrivate::duration() const
 {
-    if (!mFilePlayer) {
+    const QReadLocker engineUse(&mEngineUseLock);
+    playback::SPPlayer *const player = mFilePlayer;
+    if (!player) {
         OPSESSION_LOG("D/OPSession %s(%d):mFilePlayer is null");
         return 0;
     }
-    return isRunningState(mCurrentState) ? qint64(mFilePlayer->getDuration()) : 0;
+    return isRunningState(mCurrentState) ? qint64(player->getDuration()) : 0;
 }
 
 void QOrvicPlayerSessionPrivate::resumePlay(qint64 position, qint64 duration)

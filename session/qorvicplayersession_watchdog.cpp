@@ -26,6 +26,12 @@ bool isPlayingState(State state)
 }
 } // namespace
 
+void QOrvicPlayerSessionPrivate::recoverIfDue()
+{
+    if (mRecoveryDue.fetchAndStoreAcquire(false))
+        checkServer(mRecoveryPosition.loadAcquire());
+}
+
 // Counts a time update of a playing session; true once the position has not
 // moved for kStallLimit updates. The counter is shared by every session.
 bool QOrvicPlayerSessionPrivate::countStall(qint64 position)
@@ -51,6 +57,23 @@ void QOrvicPlayerSessionPrivate::checkServer(qint64 position)
         serviceStopped = QString::fromUtf8(value) == QLatin1String(kStopped);
     }
 
+    // A recovery never replaces an engine that a command is using: with a
+    // command running (on another thread, or further out on this one, when
+    // the time update comes from a slot), this tick leaves the service to a
+    // later one. The same lock keeps two time updates from recovering at once.
+    const PlayerLocker playerLocker(this, PlayerLocker::TryLock);
+    if (!playerLocker.ownsLock() || playerLocker.insideCommand() || mIsStopping.loadAcquire()) {
+        // A stopped service is not left to chance, though: with commands
+        // coming one after the other, a later tick might never find the lock
+        // free. The command queue recovers before its next command instead.
+        if (serviceStopped && !mIsStopping.loadAcquire()) {
+            mRecoveryPosition.storeRelease(position);
+            mRecoveryDue.storeRelease(true);
+        }
+        return;
+    }
+    mRecoveryDue.storeRelease(false);
+
     // The state before the restart decides how far the medium is brought back.
     const State state = mCurrentState;
     bool stuck = false;
@@ -67,10 +90,7 @@ void QOrvicPlayerSessionPrivate::checkServer(qint64 position)
     if (stuck) {
         stallCounter.storeRelease(0);
         OPSESSION_LOG("D/OPSession %s(%d):checkServer: psserver is blocking,restart it!!! ");
-        // Abandoned, not destroyed: any call into a stuck engine may never
-        // return, and the restart must not hang on it.
-        mFilePlayer = nullptr;
-        mSPMetaData = nullptr;
+        abandonEngine();
     }
 
     OPSESSION_LOG("D/OPSession %s(%d):checkServer: orignal state:%d pos:%lld ", int(state), mSavedPosition);
@@ -84,18 +104,23 @@ void QOrvicPlayerSessionPrivate::checkServer(qint64 position)
     }
     if (state < QOrvicPlayerSession::Player_Preparing)
         return;
+    // A stop that started meanwhile wins: what it stops is not brought back.
+    if (mIsStopping.loadAcquire())
+        return;
 
     OPSESSION_LOG("D/OPSession %s(%d):checkServer: setMedia:%s ", mCurrentUrl.toUtf8().constData());
     mWatchdogUrl = mCurrentUrl;
     setMedia(mCurrentUrl);
-    if (state <= QOrvicPlayerSession::Player_Prepared)
+    if (state <= QOrvicPlayerSession::Player_Prepared || mIsStopping.loadAcquire())
         return;
 
     // Trick play is not restored: playback resumes at normal speed.
     OPSESSION_LOG("D/OPSession %s(%d):checkServer: play pos:%lld ", mSavedPosition);
     play();
+    if (mIsStopping.loadAcquire())
+        return;
     seek(mSavedPosition);
-    if (state == QOrvicPlayerSession::Player_Pause) {
+    if (state == QOrvicPlayerSession::Player_Pause && !mIsStopping.loadAcquire()) {
         OPSESSION_LOG("D/OPSession %s(%d):checkServer: pause ");
         pause();
     }

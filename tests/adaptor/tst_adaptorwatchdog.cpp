@@ -13,7 +13,7 @@ namespace {
 const QString kMovie = QStringLiteral("/media/movie.mkv");
 
 // Engine calls of a service restart: release of a live engine, then a new one.
-const QStringList kReleaseCalls = {"SPMetaData::destroy", "stop()", "SPPlayer::destroy"};
+const QStringList kReleaseCalls = {"stop()", "SPPlayer::destroy", "SPMetaData::destroy"};
 const QStringList kCreateCalls = {"SPPlayer::create(Qspmediaplayer)", "getVolume()",
                                   "SPMetaData::create(SpMetadata,default)"};
 

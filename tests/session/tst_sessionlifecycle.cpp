@@ -44,8 +44,9 @@ QString stoppedWarning(const QString &value)
 
 const QStringList kEngineUp = {QStringLiteral("SPPlayer::create(Qspmediaplayer)"), QStringLiteral("getVolume()"),
                                QStringLiteral("SPMetaData::create(SpMetadata,default)")};
-const QStringList kEngineDown = {QStringLiteral("SPMetaData::destroy"), QStringLiteral("stop()"),
-                                 QStringLiteral("SPPlayer::destroy")};
+// The engine goes before the reader: it may still deliver into what goes after it.
+const QStringList kEngineDown = {QStringLiteral("stop()"), QStringLiteral("SPPlayer::destroy"),
+                                 QStringLiteral("SPMetaData::destroy")};
 
 } // namespace
 
@@ -319,8 +320,9 @@ void tst_SessionLifecycle::initNumbersPlayers()
 }
 
 // init on an adaptor: state Player_Initialized announced through the session,
-// stop-in-progress and network flags cleared, heap fields nulled (not freed),
-// and the command queue's dispatch state left alone.
+// network flag cleared, heap fields nulled (not freed), and the command
+// queue's dispatch state and a running stop's flag left alone (a watchdog
+// restart must not end a stop that is still running).
 void tst_SessionLifecycle::initOnAdaptor()
 {
     Session session(QMediaPlayer::Flags{});
@@ -343,7 +345,7 @@ void tst_SessionLifecycle::initOnAdaptor()
     adaptor.init();
     QCOMPARE(recorder.texts(), QStringList{QStringLiteral("stateChanged(1)")});
     QCOMPARE(adaptor.mCurrentState, Session::Player_Initialized);
-    QVERIFY(!adaptor.mIsStopping.loadAcquire());
+    QVERIFY(adaptor.mIsStopping.loadAcquire());
     QVERIFY(!adaptor.mIsNetwork);
     QCOMPARE(adaptor.mDispatchState.loadAcquire(), 2);
     QCOMPARE(adaptor.mMetaData.videoAttribute, nullptr);
@@ -419,10 +421,10 @@ void tst_SessionLifecycle::initWithoutEngineObjects()
         m_log->clear();
     }
     QStringList down;
-    if (reader)
-        down << QStringLiteral("SPMetaData::destroy");
     if (player)
         down << QStringLiteral("stop()") << QStringLiteral("SPPlayer::destroy");
+    if (reader)
+        down << QStringLiteral("SPMetaData::destroy");
     QCOMPARE(m_engine->recorder().calls(), down);
 }
 
@@ -450,7 +452,7 @@ void tst_SessionLifecycle::releaseOrder_data()
     QTest::newRow("stop -3") << -3;
 }
 
-// release: metadata session, reader, engine stop and destroy, sink, heap
+// release: engine stop and destroy, sink, metadata session, reader, heap
 // blocks; the session state stays; a second release only logs.
 void tst_SessionLifecycle::releaseOrder()
 {
@@ -469,7 +471,8 @@ void tst_SessionLifecycle::releaseOrder()
     m_log->clear();
 
     d->release();
-    QCOMPARE(calls.calls(), QStringList{QStringLiteral("metaSession destroyed")} + kEngineDown);
+    QCOMPARE(calls.calls(), (QStringList{QStringLiteral("stop()"), QStringLiteral("SPPlayer::destroy"),
+                                         QStringLiteral("metaSession destroyed"), QStringLiteral("SPMetaData::destroy")}));
     ORVIC_COMPARE_LINES(m_log->linesFrom(QLatin1String(kRelease)),
                   (QStringList{QStringLiteral("V/OPSession release(#) called"), QStringLiteral("D/OPSession release(#):stop start "),
                                QStringLiteral("D/OPSession release(#):stop:%1 ").arg(stopResult),
