@@ -18,7 +18,8 @@
 using namespace orvice2e;
 
 namespace {
-const int kLoadMs = 20000;
+// Generous: the service bounds a network preparation at 30 s.
+const int kLoadMs = 40000;
 
 QMediaContent media(const QString &name)
 {
