@@ -215,11 +215,10 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
         m_status = QMediaPlayer::LoadingMedia;
         if (url.isLocalFile() || url.scheme().isEmpty()) {
             m_url = url.isLocalFile() ? url.toLocalFile() : url.path();
-            const QFileInfo info(m_url);
-            if (!info.exists())
-                failLater(QMediaPlayer::ResourceError, QStringLiteral("Resource not found."));
-            else if (!info.isReadable() || info.isDir())
-                failLater(QMediaPlayer::AccessDeniedError, QStringLiteral("The medium cannot be read: permission denied"));
+            QMediaPlayer::Error err = QMediaPlayer::NoError;
+            const QString problem = localFileProblem(&err);
+            if (!problem.isEmpty())
+                failLater(err, problem);
         } else {
             m_url = url.toString(QUrl::FullyEncoded);
             m_network = isNetworkUrl(m_url);
@@ -245,6 +244,22 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
         Q_EMIT mediaChanged(m_media);
     Q_EMIT positionChanged(0);
     popAndNotifyState();
+}
+
+QString QOrvicPlayerControl::localFileProblem(QMediaPlayer::Error *err) const
+{
+    if (m_network || m_server || m_url.isEmpty())
+        return QString();
+    const QFileInfo info(m_url);
+    if (!info.exists()) {
+        *err = QMediaPlayer::ResourceError;
+        return QStringLiteral("Resource not found.");
+    }
+    if (!info.isReadable() || info.isDir()) {
+        *err = QMediaPlayer::AccessDeniedError;
+        return QStringLiteral("The medium cannot be read: permission denied");
+    }
+    return QString();
 }
 
 void QOrvicPlayerControl::failLater(QMediaPlayer::Error error, const QString &text)
@@ -301,14 +316,21 @@ void QOrvicPlayerControl::playOrPause(QMediaPlayer::State target)
     }
     pushState();
     if (m_status == QMediaPlayer::InvalidMedia) {
-        // Try the medium again, as a fresh load.
-        m_status = QMediaPlayer::LoadingMedia;
-        if (m_url.isEmpty() || (m_stream && !m_server)) {
-            m_state = QMediaPlayer::StoppedState;
+        // Try the medium again, as a fresh load, unless it still cannot be read.
+        QMediaPlayer::Error err = QMediaPlayer::ResourceError;
+        QString problem = localFileProblem(&err);
+        if (problem.isEmpty() && (m_url.isEmpty() || (m_stream && !m_server)))
+            problem = QLatin1String(kOpenFailed);
+        if (!problem.isEmpty()) {
             popAndNotifyState();
-            fail(QMediaPlayer::ResourceError, QLatin1String(kOpenFailed));
+            QPointer<QOrvicPlayerControl> self(this);
+            Q_EMIT positionChanged(0);
+            if (self)
+                Q_EMIT error(int(err), problem);
             return;
         }
+        m_status = QMediaPlayer::LoadingMedia;
+        m_sessionHasMedium = false;
     }
     const bool fromStopped = m_state == QMediaPlayer::StoppedState;
     if (fromStopped) {

@@ -107,6 +107,7 @@ private Q_SLOTS:
     void volumeAndMuteAcrossMedia();
     void deleteFromSlotAtEndOfMedia();
     void serviceFailingTwiceIsAResourceError();
+    void serviceMissing();
 
 private:
     std::unique_ptr<RuntimeDir> m_runtime;
@@ -337,6 +338,19 @@ void tst_PluginPlayer::invalidMedia()
     QCOMPARE(m_player->error(), QMediaPlayer::ResourceError);
     QCOMPARE(m_player->errorString(), errorString);
 
+    // Playing it again tries again: a missing file fails at once, a damaged
+    // one is loaded anew and fails again.
+    m_rec->clear();
+    m_player->play();
+    if (file.startsWith("no-such-file")) {
+        QCOMPARE(m_rec->events(), QStringList{"error:ResourceError"});
+    } else {
+        QVERIFY(m_rec->waitForStatus(QMediaPlayer::InvalidMedia, kLoadMs));
+        QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "status:InvalidMedia",
+                                               "state:StoppedState", "error:ResourceError"}));
+    }
+    QCOMPARE(m_player->state(), QMediaPlayer::StoppedState);
+
     // A good medium afterwards plays on the same player.
     m_rec->clear();
     loadAndWait("sine.mp3");
@@ -433,6 +447,29 @@ void tst_PluginPlayer::serviceFailingTwiceIsAResourceError()
     QCOMPARE(m_player->errorString(),
              QStringLiteral("The playback service failed twice on this medium; it was restarted, "
                             "but the medium was not reopened"));
+}
+
+void tst_PluginPlayer::serviceMissing()
+{
+    m_rec.reset();
+    m_player.reset();
+    // A service that cannot be started, in a runtime folder where none runs.
+    m_runtime = std::make_unique<RuntimeDir>();
+    const QByteArray previous = qgetenv("ORVIC_PSSERVER");
+    qputenv("ORVIC_PSSERVER", "/nonexistent/psserver");
+    QMediaPlayer player;
+    if (previous.isEmpty())
+        qunsetenv("ORVIC_PSSERVER");
+    else
+        qputenv("ORVIC_PSSERVER", previous);
+    PlayerRecorder rec(&player);
+    QCOMPARE(player.service()->metaObject()->className(), "QOrvicMediaService");
+    QCOMPARE(player.availability(), QMultimedia::ServiceMissing);
+    QVERIFY(!player.isAvailable());
+    player.setMedia(media("sine.mp3"));
+    QVERIFY(rec.waitForStatus(QMediaPlayer::InvalidMedia));
+    QCOMPARE(rec.events(), (QStringList{"status:LoadingMedia", "status:InvalidMedia", "error:ServiceMissingError"}));
+    QCOMPARE(player.errorString(), QStringLiteral("The playback service psserver could not be started"));
 }
 
 QTEST_GUILESS_MAIN(tst_PluginPlayer)
