@@ -350,6 +350,10 @@ void QOrvicPlayerControl::stop()
     m_state = QMediaPlayer::StoppedState;
     m_stoppedPosition = 0;
     postStop();
+    // Stopped before the medium was loaded: load it again, without playing,
+    // so that loading still ends.
+    if (m_status == QMediaPlayer::LoadingMedia && !m_playlist)
+        ensureOpen();
     QPointer<QOrvicPlayerControl> self(this);
     if (m_status != QMediaPlayer::EndOfMedia) {
         Q_EMIT positionChanged(0);

@@ -96,6 +96,7 @@ private Q_SLOTS:
     void pluginIsSelected();
     void loadSequence();
     void playBeforeLoaded();
+    void stopWhileLoading();
     void transportSequence();
     void seek_data();
     void seek();
@@ -173,6 +174,21 @@ void tst_PluginPlayer::playBeforeLoaded()
     QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState"}));
     QVERIFY(m_rec->waitForStatus(QMediaPlayer::BufferedMedia, kLoadMs));
     QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "status:BufferedMedia"}));
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, 10000);
+}
+
+void tst_PluginPlayer::stopWhileLoading()
+{
+    m_player->setMedia(media("sine.mp3"));
+    m_player->play();
+    m_player->stop();
+    QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "state:StoppedState"}));
+    // Loading still ends, and nothing plays.
+    QVERIFY(m_rec->waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
+    QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "state:StoppedState",
+                                           "status:LoadedMedia"}));
+    QCOMPARE(m_player->position(), qint64(0));
+    m_player->play();
     QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, 10000);
 }
 
