@@ -5,6 +5,8 @@
 #include "playerrecorder.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QTemporaryDir>
 #include <QtCore/QTimer>
 #include <QtMultimedia/QMediaPlayer>
 #include <QtNetwork/QTcpServer>
@@ -444,7 +446,18 @@ void tst_PluginPlayer::deleteFromSlotAtEndOfMedia()
 
 void tst_PluginPlayer::serviceFailingTwiceIsAResourceError()
 {
-    loadAndWait("sine.mp3");
+    // A medium long enough to outlast two restarts of the service on a busy
+    // machine: the end of media must not come first.
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString longMedium = dir.filePath("sine-60s.mp3");
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg", {"-hide_banner", "-loglevel", "error", "-nostdin", "-y", "-f", "lavfi", "-i",
+                            "sine=frequency=440:duration=60", "-c:a", "libmp3lame", "-b:a", "32k", longMedium});
+    QVERIFY(ffmpeg.waitForFinished(60000));
+    QCOMPARE(ffmpeg.exitCode(), 0);
+    m_player->setMedia(QUrl::fromLocalFile(longMedium));
+    QVERIFY(m_rec->waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
     m_player->play();
     // Playing for real in the service, not only announced.
     QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, kLoadMs);
