@@ -33,6 +33,17 @@ set(ORVIC_DEB_RUNTIME_DEPENDS
     "libavutil57 (>= 7:5.1)"
     "libswscale6 (>= 7:5.1)")
 
+# The Qt Multimedia back end plugin (package orvic-mediaplayer-plugin), beside
+# liborvicutil1 (= the same version).
+set(ORVIC_DEB_PLUGIN_DEPENDS
+    "libc6 (>= 2.36)"
+    "libgcc-s1 (>= 12)"
+    "libstdc++6 (>= 12)"
+    "libqt5core5a (>= 5.15.1)"
+    "libqt5gui5 (>= 5.15.1) | libqt5gui5-gles (>= 5.15.1)"
+    "libqt5multimedia5 (>= 5.15.1)"
+    "libqt5network5 (>= 5.15.1)")
+
 # The PC platform's playback service, where the build has one. Besides the
 # libraries it links, it builds its engines from GStreamer plugins: playbin,
 # appsink, typefinding, audio conversion, subparse and the Ogg/Vorbis/Opus/

@@ -4,6 +4,7 @@
 #                      the key library and the private platform libraries
 #   liborvicutil-dev   development: the .so links, headers, CMake package,
 #                      pkg-config file
+#   orvic-mediaplayer-plugin  the Qt Multimedia back end in Qt's plugin folder
 #
 # The architecture is the build's target (amd64, armhf, ...). The runtime
 # dependencies are written out here rather than computed by dpkg-shlibdeps,
@@ -36,7 +37,7 @@ set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES TRUE)
 set(CPACK_GENERATOR DEB)
-set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_ALL runtime development mediaplayer)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -82,5 +83,18 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
 Headers of liborvicutil with the device's Qt Multimedia additions, the
 CMake package (find_package(OrvicUtil), target OrvicUtil::orvicutil) and
 the pkg-config file orvicutil.pc.")
+
+# The back end in a package of its own: installing it puts it among the
+# back ends every Qt application on the machine may pick, which is a choice
+# of its own, not a side effect of installing the library.
+set(CPACK_DEBIAN_MEDIAPLAYER_PACKAGE_NAME orvic-mediaplayer-plugin)
+set(CPACK_DEBIAN_MEDIAPLAYER_PACKAGE_SECTION libs)
+set(_orvic_plugin_depends "liborvicutil1 (= ${ORVIC_DEB_VERSION})" ${ORVIC_DEB_PLUGIN_DEPENDS})
+list(JOIN _orvic_plugin_depends ", " CPACK_DEBIAN_MEDIAPLAYER_PACKAGE_DEPENDS)
+set(CPACK_DEBIAN_MEDIAPLAYER_DESCRIPTION
+"Qt Multimedia back end playing through the Orvic player session
+QMediaPlayer and QML MediaPlayer play through QOrvicPlayerSession and its
+playback service with this plugin; QT_MULTIMEDIA_PREFERRED_PLUGINS=orvic
+selects it ahead of other back ends.")
 
 include(CPack)

@@ -1,4 +1,5 @@
 #include "qorvicplayercontrol.h"
+#include "qorvicplayercontrol_p.h"
 
 #include "qorvicsessionlink.h"
 #include "qorvicstreamserver.h"
@@ -7,36 +8,9 @@
 #include <QtCore/QTimer>
 #include <QtMultimedia/QMediaMetaData>
 
-namespace {
+using namespace QOrvicPlayerControlPrivate;
 using Host = QOrvicSessionHost;
 using S = QOrvicPlayerSession;
-
-bool isNetworkUrl(const QString &url)
-{
-    // The session tells network media apart by these prefixes.
-    return url.startsWith(QLatin1String("http:")) || url.startsWith(QLatin1String("https:"))
-            || url.startsWith(QLatin1String("rtmp:")) || url.startsWith(QLatin1String("rtsp:"));
-}
-
-bool isPlaylistUrl(const QUrl &url)
-{
-    const QString suffix = QFileInfo(url.path()).suffix().toLower();
-    return suffix == QLatin1String("m3u") || suffix == QLatin1String("m3u8") || suffix == QLatin1String("pls");
-}
-
-bool isRunning(S::PlayerState s)
-{
-    return s >= S::Player_Play && s <= S::Player_SB;
-}
-
-const char kOpenFailed[] = "Could not open the medium: its format is not supported or it is damaged";
-const char kPlayFailed[] = "Could not play the medium: its format is not supported or it is damaged";
-const char kDecodeFailed[] = "Playback stopped: the medium could not be read or decoded";
-const char kStreamBroke[] = "Playback stopped: the network stream broke off or could not be read";
-const char kServiceGaveUp[] = "The playback service failed twice on this medium; it was restarted, "
-                              "but the medium was not reopened";
-const char kServiceMissing[] = "The playback service psserver could not be started";
-} // namespace
 
 QOrvicPlayerControl::QOrvicPlayerControl(QOrvicSessionLink *link, QObject *parent)
     : QMediaPlayerControl(parent),
@@ -215,11 +189,10 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
         m_status = QMediaPlayer::LoadingMedia;
         if (url.isLocalFile() || url.scheme().isEmpty()) {
             m_url = url.isLocalFile() ? url.toLocalFile() : url.path();
-            const QFileInfo info(m_url);
-            if (!info.exists())
-                failLater(QMediaPlayer::ResourceError, QStringLiteral("Resource not found."));
-            else if (!info.isReadable() || info.isDir())
-                failLater(QMediaPlayer::AccessDeniedError, QStringLiteral("The medium cannot be read: permission denied"));
+            QMediaPlayer::Error err = QMediaPlayer::NoError;
+            const QString problem = localFileProblem(&err);
+            if (!problem.isEmpty())
+                failLater(err, problem);
         } else {
             m_url = url.toString(QUrl::FullyEncoded);
             m_network = isNetworkUrl(m_url);
@@ -245,6 +218,22 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
         Q_EMIT mediaChanged(m_media);
     Q_EMIT positionChanged(0);
     popAndNotifyState();
+}
+
+QString QOrvicPlayerControl::localFileProblem(QMediaPlayer::Error *err) const
+{
+    if (m_network || m_server || m_url.isEmpty())
+        return QString();
+    const QFileInfo info(m_url);
+    if (!info.exists()) {
+        *err = QMediaPlayer::ResourceError;
+        return QStringLiteral("Resource not found.");
+    }
+    if (!info.isReadable() || info.isDir()) {
+        *err = QMediaPlayer::AccessDeniedError;
+        return QStringLiteral("The medium cannot be read: permission denied");
+    }
+    return QString();
 }
 
 void QOrvicPlayerControl::failLater(QMediaPlayer::Error error, const QString &text)
@@ -301,14 +290,21 @@ void QOrvicPlayerControl::playOrPause(QMediaPlayer::State target)
     }
     pushState();
     if (m_status == QMediaPlayer::InvalidMedia) {
-        // Try the medium again, as a fresh load.
-        m_status = QMediaPlayer::LoadingMedia;
-        if (m_url.isEmpty() || (m_stream && !m_server)) {
-            m_state = QMediaPlayer::StoppedState;
+        // Try the medium again, as a fresh load, unless it still cannot be read.
+        QMediaPlayer::Error err = QMediaPlayer::ResourceError;
+        QString problem = localFileProblem(&err);
+        if (problem.isEmpty() && (m_url.isEmpty() || (m_stream && !m_server)))
+            problem = QLatin1String(kOpenFailed);
+        if (!problem.isEmpty()) {
             popAndNotifyState();
-            fail(QMediaPlayer::ResourceError, QLatin1String(kOpenFailed));
+            QPointer<QOrvicPlayerControl> self(this);
+            Q_EMIT positionChanged(0);
+            if (self)
+                Q_EMIT error(int(err), problem);
             return;
         }
+        m_status = QMediaPlayer::LoadingMedia;
+        m_sessionHasMedium = false;
     }
     const bool fromStopped = m_state == QMediaPlayer::StoppedState;
     if (fromStopped) {
@@ -354,6 +350,10 @@ void QOrvicPlayerControl::stop()
     m_state = QMediaPlayer::StoppedState;
     m_stoppedPosition = 0;
     postStop();
+    // Stopped before the medium was loaded: load it again, without playing,
+    // so that loading still ends.
+    if (m_status == QMediaPlayer::LoadingMedia && !m_playlist)
+        ensureOpen();
     QPointer<QOrvicPlayerControl> self(this);
     if (m_status != QMediaPlayer::EndOfMedia) {
         Q_EMIT positionChanged(0);
@@ -440,188 +440,4 @@ void QOrvicPlayerControl::setPlaybackRate(qreal rate)
         m_rateSerial = m_link->post(Host::Rate, rate);
     }
     Q_EMIT playbackRateChanged(rate);
-}
-
-void QOrvicPlayerControl::onRateRefused(int generation)
-{
-    if (generation == m_link->generation())
-        m_rateRefused = true;
-}
-
-void QOrvicPlayerControl::onCommandDone(const QOrvicCommandResult &r)
-{
-    QOrvicBusyScope busy(m_link);
-    if (r.command == Host::Rate && r.serial == m_rateSerial) {
-        if (m_rateRefused) {
-            // The session kept its rate: so does the player.
-            m_rateRefused = false;
-            if (!qFuzzyCompare(m_rate, m_acceptedRate)) {
-                m_rate = m_acceptedRate;
-                Q_EMIT playbackRateChanged(m_rate);
-            }
-        } else {
-            m_acceptedRate = m_rate;
-        }
-        return;
-    }
-    if (r.generation != m_link->generation())
-        return;
-    const S::PlayerState s = r.state;
-    switch (r.command) {
-    case Host::Open:
-        if (r.failed || s != S::Player_Prepared) {
-            fail(QMediaPlayer::ResourceError, r.errorText == QLatin1String("This format is not supported due to low memory.")
-                                                      ? r.errorText : QLatin1String(kOpenFailed));
-            return;
-        }
-        if (m_state == QMediaPlayer::StoppedState && m_status == QMediaPlayer::LoadingMedia) {
-            QPointer<QOrvicPlayerControl> self(this);
-            pushState();
-            m_status = QMediaPlayer::LoadedMedia;
-            popAndNotifyState();
-            if (self)
-                Q_EMIT positionChanged(position());
-        }
-        break;
-    case Host::Play:
-    case Host::Pause: {
-        const bool ok = r.command == Host::Play ? (isRunning(s) || s == S::Player_Pause) : s == S::Player_Pause;
-        if (r.failed || (!ok && m_state != QMediaPlayer::StoppedState && s <= S::Player_Prepared)) {
-            fail(QMediaPlayer::ResourceError, r.command == Host::Play ? QLatin1String(kPlayFailed)
-                                                                        : QLatin1String(kOpenFailed));
-            return;
-        }
-        if (m_state != QMediaPlayer::StoppedState
-                && (m_status == QMediaPlayer::LoadingMedia || m_status == QMediaPlayer::LoadedMedia)) {
-            pushState();
-            m_status = (m_bufferProgress < 0 || m_bufferProgress == 100) ? QMediaPlayer::BufferedMedia
-                                                                         : QMediaPlayer::BufferingMedia;
-            popAndNotifyState();
-        }
-        break;
-    }
-    case Host::Seek:
-        if (r.serial == m_seekSerial && m_seekTarget >= 0) {
-            const qint64 target = m_seekTarget;
-            m_position = target;
-            m_seekTarget = -1;
-            if (m_state != QMediaPlayer::StoppedState)
-                Q_EMIT positionChanged(target);
-        }
-        break;
-    default:
-        break;
-    }
-}
-
-void QOrvicPlayerControl::onTick(int generation, qint64 position, int state)
-{
-    if (generation != m_link->generation() || m_seekTarget >= 0 || m_state == QMediaPlayer::StoppedState)
-        return;
-    if (isRunning(S::PlayerState(state)) || state == S::Player_Pause)
-        m_position = position;
-}
-
-void QOrvicPlayerControl::onDuration(int generation, qint64 duration)
-{
-    if (generation != m_link->generation() || duration < 0 || duration == m_duration)
-        return;
-    QOrvicBusyScope busy(m_link);
-    m_duration = duration;
-    Q_EMIT durationChanged(duration);
-}
-
-void QOrvicPlayerControl::onSeekable(int generation, bool seekable)
-{
-    if (generation != m_link->generation() || seekable == m_seekable)
-        return;
-    QOrvicBusyScope busy(m_link);
-    m_seekable = seekable;
-    Q_EMIT seekableChanged(seekable);
-}
-
-void QOrvicPlayerControl::onMetadata(int generation, const QVariantMap &map)
-{
-    if (generation != m_link->generation())
-        return;
-    QOrvicBusyScope busy(m_link);
-    // The session's counts of streams show in its metadata keys.
-    if (map.contains(QMediaMetaData::AudioCodec) || map.contains(QMediaMetaData::ChannelCount))
-        setAudioAvailable(true);
-    if (map.contains(QMediaMetaData::VideoCodec) || map.contains(QMediaMetaData::Resolution))
-        setVideoAvailable(true);
-}
-
-void QOrvicPlayerControl::setAudioAvailable(bool on)
-{
-    if (on == m_audioAvailable)
-        return;
-    m_audioAvailable = on;
-    Q_EMIT audioAvailableChanged(on);
-}
-
-void QOrvicPlayerControl::setVideoAvailable(bool on)
-{
-    if (on == m_videoAvailable)
-        return;
-    m_videoAvailable = on;
-    Q_EMIT videoAvailableChanged(on);
-}
-
-void QOrvicPlayerControl::onComplete(int generation)
-{
-    if (generation != m_link->generation() || m_state == QMediaPlayer::StoppedState)
-        return;
-    QOrvicBusyScope busy(m_link);
-    QPointer<QOrvicPlayerControl> self(this);
-    pushState();
-    m_endOfMedia = true;
-    m_status = QMediaPlayer::EndOfMedia;
-    m_state = QMediaPlayer::StoppedState;
-    // The ended pipeline goes; playing again reopens the medium.
-    postStop();
-    Q_EMIT positionChanged(m_duration);
-    if (!self)
-        return;
-    popAndNotifyState();
-}
-
-void QOrvicPlayerControl::onBuffer(int generation, int percent)
-{
-    if (generation != m_link->generation() || percent < 0 || m_status == QMediaPlayer::NoMedia
-            || percent == m_bufferProgress)
-        return;
-    QOrvicBusyScope busy(m_link);
-    QPointer<QOrvicPlayerControl> self(this);
-    m_bufferProgress = qMin(percent, 100);
-    pushState();
-    if (m_state != QMediaPlayer::StoppedState
-            && (m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia))
-        m_status = m_bufferProgress == 100 ? QMediaPlayer::BufferedMedia : QMediaPlayer::BufferingMedia;
-    popAndNotifyState();
-    if (self)
-        Q_EMIT bufferStatusChanged(m_bufferProgress);
-}
-
-void QOrvicPlayerControl::onAsyncError(int generation, int code, const QString &text)
-{
-    if (generation != m_link->generation() || m_status == QMediaPlayer::NoMedia
-            || m_status == QMediaPlayer::InvalidMedia)
-        return;
-    Q_UNUSED(code);
-    if (text == QLatin1String("This format is not supported due to low memory.")) {
-        fail(QMediaPlayer::ResourceError, text);
-        return;
-    }
-    if (m_network && !m_server)
-        fail(QMediaPlayer::NetworkError, QLatin1String(kStreamBroke));
-    else
-        fail(QMediaPlayer::ResourceError, QLatin1String(kDecodeFailed));
-}
-
-void QOrvicPlayerControl::onServiceGaveUp(int generation)
-{
-    if (generation != m_link->generation())
-        return;
-    fail(QMediaPlayer::ResourceError, QLatin1String(kServiceGaveUp));
 }

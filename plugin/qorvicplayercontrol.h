@@ -65,6 +65,8 @@ private:
     void ensureOpen();
     void postStop();
     void fail(QMediaPlayer::Error error, const QString &text);
+    // Why a local file cannot be opened, or empty.
+    QString localFileProblem(QMediaPlayer::Error *error) const;
     void failLater(QMediaPlayer::Error error, const QString &text);
     void pushState();
     void popAndNotifyState();

@@ -2,6 +2,7 @@
 
 #include <cutils/properties.h>
 
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 #include <QtMultimedia/QMediaMetaData>
@@ -10,6 +11,11 @@ namespace {
 // The watchdog wants a clock input a few times a second; positions for the
 // player's notifications come from the same tick.
 const int kTickIntervalMs = 100;
+// Starting the service: how long it may take at most, and how long a
+// "stopped" status after the start request means it cannot start at all.
+const int kStartGiveUpMs = 20000;
+const int kStoppedGiveUpMs = 3000;
+const int kStartPollMs = 50;
 
 bool isPlayingState(QOrvicPlayerSession::PlayerState s)
 {
@@ -36,8 +42,38 @@ QByteArray QOrvicSessionHost::serviceStatus()
     return QByteArray(value);
 }
 
+bool QOrvicSessionHost::startService()
+{
+    // The session waits for the service without bound; a player must not
+    // hang in its constructor when the service cannot run, so the service is
+    // started and awaited here first, within bounds.
+    property_set("ctl.start", "psserver");
+    QElapsedTimer total;
+    total.start();
+    QElapsedTimer stopped;
+    for (;;) {
+        const QByteArray status = serviceStatus();
+        if (status == "running")
+            return true;
+        if (status == "stopped" || status.isEmpty()) {
+            if (!stopped.isValid())
+                stopped.start();
+            if (stopped.elapsed() > kStoppedGiveUpMs)
+                return false;
+        } else {
+            stopped.invalidate();
+        }
+        if (total.elapsed() > kStartGiveUpMs)
+            return false;
+        QThread::msleep(kStartPollMs);
+    }
+}
+
 void QOrvicSessionHost::start()
 {
+    m_serviceRunning = startService();
+    if (!m_serviceRunning)
+        return; // no session: calls report a missing service
     m_session = new QOrvicPlayerSession(QMediaPlayer::Flags());
     m_ticker = new QTimer(this);
     m_ticker->setInterval(kTickIntervalMs);
@@ -46,7 +82,6 @@ void QOrvicSessionHost::start()
     // The watchdog's clock runs for the session's whole life: it also
     // restarts a service that died while no medium plays.
     m_ticker->start();
-    m_serviceRunning = serviceStatus() == "running";
 }
 
 void QOrvicSessionHost::shutdown()

@@ -69,7 +69,7 @@ public:
     static QByteArray serviceStatus();
 
 public Q_SLOTS:
-    // On the host's thread: create the session (starts the service).
+    // On the host's thread: start the service, then create the session.
     void start();
     // On the host's thread: destroy the session.
     void shutdown();
@@ -97,6 +97,7 @@ Q_SIGNALS:
     void serviceGaveUp(int generation);
 
 private:
+    bool startService();
     void connectSession();
     void onTick();
     QList<QOrvicStreamInfo> streamInfos(const QVariantMap &map);

@@ -159,6 +159,15 @@ elseif(CASE STREQUAL "complete")
         if(_dyn MATCHES "RUNPATH|RPATH")
             message(FATAL_ERROR "device sysroot test (complete): the installed device library carries a search path:\n${_dyn}")
         endif()
+        # The Qt Multimedia back end, in Qt's plugin folder, on the same library.
+        file(GLOB _plugin "${WORK_DIR}/install/lib/${TRIPLET}/qt5/plugins/mediaservice/liborvicmediaplayer.so")
+        if(NOT _plugin)
+            message(FATAL_ERROR "device sysroot test (complete): the media player plugin was not installed:\n${_installed}")
+        endif()
+        execute_process(COMMAND "${READELF}" -d "${_plugin}" OUTPUT_VARIABLE _dyn)
+        if(NOT _dyn MATCHES "NEEDED[^\n]*\\[liborvicutil\\.so\\.1\\]" OR _dyn MATCHES "RUNPATH|RPATH")
+            message(FATAL_ERROR "device sysroot test (complete): the plugin must NEED liborvicutil.so.1 and carry no search path:\n${_dyn}")
+        endif()
         message(STATUS "device build: liborvicutil.so.1 built and installed; it NEEDs the device's platform libraries")
 
         # A device application built against the installed package, through

@@ -20,7 +20,8 @@
 using namespace orvice2e;
 
 namespace {
-const int kLoadMs = 20000;
+// Generous: the service bounds a network preparation at 30 s.
+const int kLoadMs = 40000;
 
 // A device that can only be read front to back, like a pipe or socket.
 class SequentialDevice : public QIODevice
@@ -237,7 +238,7 @@ void tst_PluginMedia::playFromDevice()
     player.setMedia(QMediaContent(), device.get());
     QCOMPARE(player.mediaStream(), device.get());
     player.play();
-    QVERIFY(rec.waitForStatus(QMediaPlayer::BufferedMedia, kLoadMs));
+    QVERIFY2(rec.waitForStatus(QMediaPlayer::BufferedMedia, kLoadMs), qPrintable(rec.events().join(' ')));
     QCOMPARE(rec.events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "status:BufferedMedia"}));
     QTRY_VERIFY_WITH_TIMEOUT(player.position() > 500, 10000);
     QVERIFY(rec.waitForStatus(QMediaPlayer::EndOfMedia, 20000));

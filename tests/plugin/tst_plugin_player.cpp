@@ -5,6 +5,8 @@
 #include "playerrecorder.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QTemporaryDir>
 #include <QtCore/QTimer>
 #include <QtMultimedia/QMediaPlayer>
 #include <QtNetwork/QTcpServer>
@@ -18,7 +20,8 @@
 using namespace orvice2e;
 
 namespace {
-const int kLoadMs = 20000;
+// Generous: the service bounds a network preparation at 30 s.
+const int kLoadMs = 40000;
 
 QMediaContent media(const QString &name)
 {
@@ -95,6 +98,7 @@ private Q_SLOTS:
     void pluginIsSelected();
     void loadSequence();
     void playBeforeLoaded();
+    void stopWhileLoading();
     void transportSequence();
     void seek_data();
     void seek();
@@ -106,6 +110,7 @@ private Q_SLOTS:
     void volumeAndMuteAcrossMedia();
     void deleteFromSlotAtEndOfMedia();
     void serviceFailingTwiceIsAResourceError();
+    void serviceMissing();
 
 private:
     std::unique_ptr<RuntimeDir> m_runtime;
@@ -171,6 +176,21 @@ void tst_PluginPlayer::playBeforeLoaded()
     QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState"}));
     QVERIFY(m_rec->waitForStatus(QMediaPlayer::BufferedMedia, kLoadMs));
     QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "status:BufferedMedia"}));
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, 10000);
+}
+
+void tst_PluginPlayer::stopWhileLoading()
+{
+    m_player->setMedia(media("sine.mp3"));
+    m_player->play();
+    m_player->stop();
+    QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "state:StoppedState"}));
+    // Loading still ends, and nothing plays.
+    QVERIFY(m_rec->waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
+    QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "state:StoppedState",
+                                           "status:LoadedMedia"}));
+    QCOMPARE(m_player->position(), qint64(0));
+    m_player->play();
     QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, 10000);
 }
 
@@ -336,6 +356,19 @@ void tst_PluginPlayer::invalidMedia()
     QCOMPARE(m_player->error(), QMediaPlayer::ResourceError);
     QCOMPARE(m_player->errorString(), errorString);
 
+    // Playing it again tries again: a missing file fails at once, a damaged
+    // one is loaded anew and fails again.
+    m_rec->clear();
+    m_player->play();
+    if (file.startsWith("no-such-file")) {
+        QCOMPARE(m_rec->events(), QStringList{"error:ResourceError"});
+    } else {
+        QVERIFY(m_rec->waitForStatus(QMediaPlayer::InvalidMedia, kLoadMs));
+        QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "status:InvalidMedia",
+                                               "state:StoppedState", "error:ResourceError"}));
+    }
+    QCOMPARE(m_player->state(), QMediaPlayer::StoppedState);
+
     // A good medium afterwards plays on the same player.
     m_rec->clear();
     loadAndWait("sine.mp3");
@@ -413,7 +446,18 @@ void tst_PluginPlayer::deleteFromSlotAtEndOfMedia()
 
 void tst_PluginPlayer::serviceFailingTwiceIsAResourceError()
 {
-    loadAndWait("sine.mp3");
+    // A medium long enough to outlast two restarts of the service on a busy
+    // machine: the end of media must not come first.
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString longMedium = dir.filePath("sine-60s.mp3");
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg", {"-hide_banner", "-loglevel", "error", "-nostdin", "-y", "-f", "lavfi", "-i",
+                            "sine=frequency=440:duration=60", "-c:a", "libmp3lame", "-b:a", "32k", longMedium});
+    QVERIFY(ffmpeg.waitForFinished(60000));
+    QCOMPARE(ffmpeg.exitCode(), 0);
+    m_player->setMedia(QUrl::fromLocalFile(longMedium));
+    QVERIFY(m_rec->waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
     m_player->play();
     // Playing for real in the service, not only announced.
     QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, kLoadMs);
@@ -432,6 +476,29 @@ void tst_PluginPlayer::serviceFailingTwiceIsAResourceError()
     QCOMPARE(m_player->errorString(),
              QStringLiteral("The playback service failed twice on this medium; it was restarted, "
                             "but the medium was not reopened"));
+}
+
+void tst_PluginPlayer::serviceMissing()
+{
+    m_rec.reset();
+    m_player.reset();
+    // A service that cannot be started, in a runtime folder where none runs.
+    m_runtime = std::make_unique<RuntimeDir>();
+    const QByteArray previous = qgetenv("ORVIC_PSSERVER");
+    qputenv("ORVIC_PSSERVER", "/nonexistent/psserver");
+    QMediaPlayer player;
+    if (previous.isEmpty())
+        qunsetenv("ORVIC_PSSERVER");
+    else
+        qputenv("ORVIC_PSSERVER", previous);
+    PlayerRecorder rec(&player);
+    QCOMPARE(player.service()->metaObject()->className(), "QOrvicMediaService");
+    QCOMPARE(player.availability(), QMultimedia::ServiceMissing);
+    QVERIFY(!player.isAvailable());
+    player.setMedia(media("sine.mp3"));
+    QVERIFY(rec.waitForStatus(QMediaPlayer::InvalidMedia));
+    QCOMPARE(rec.events(), (QStringList{"status:LoadingMedia", "status:InvalidMedia", "error:ServiceMissingError"}));
+    QCOMPARE(player.errorString(), QStringLiteral("The playback service psserver could not be started"));
 }
 
 QTEST_GUILESS_MAIN(tst_PluginPlayer)
