@@ -210,8 +210,15 @@ public:
         emitted.
     */
     QString SubCharToQstring(const char *text, SubtStrType_e type);
-    // The same for a line of which the engine tells the size: a positive
-    // `length` (bytes) is never read past; 0 or less means "up to the end mark".
+    /*!
+        \brief Decodes one subtitle line \a text of which the engine tells the
+        size, in the encoding \a type.
+
+        A positive \a length (bytes) is never read past; 0 or less means "up
+        to the end mark", as the two-argument form. UTF-16 units are taken as
+        they are: a leading byte-order mark stays in the line. Any thread;
+        nothing emitted.
+    */
     QString SubCharToQstring(const char *text, SubtStrType_e type, int length);
 
     /*!

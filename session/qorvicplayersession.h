@@ -147,10 +147,10 @@ public:
     struct PlayerMetaData;
 
     /*!
-        Creates the session with \a flags (QMediaPlayer::MetaDataOnly makes a
-        metadata-only session) and brings the engine up: blocks the calling
-        thread, which becomes the owner thread, until the playback service
-        runs. Emits stateChanged(Player_Initialized) on that thread.
+        Creates the session with \a flags (the metadata-only flag, 0x8, makes
+        a session that reads metadata and never plays) and brings the engine
+        up: blocks the calling thread, which becomes the owner thread, until
+        the playback service runs. Emits stateChanged(Player_Initialized) on that thread.
     */
     explicit QOrvicPlayerSession(QMediaPlayer::Flags flags, QObject *parent = nullptr);
     /*!
