@@ -74,6 +74,11 @@ int stopService()
     return property_set("ctl.stop", "psserver");
 }
 
+bool hasSanitizerReport(const QByteArray &daemonLog)
+{
+    return daemonLog.contains("Sanitizer:") || daemonLog.contains("runtime error:");
+}
+
 pid_t daemonPid()
 {
     return hostruntime::instanceLockHolder(hostruntime::runtimeDirectory());

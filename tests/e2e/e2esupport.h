@@ -73,6 +73,9 @@ private:
 QByteArray serviceStatus();
 int startService();
 int stopService();
+// True when a sanitizer wrote a report into a daemon's log (it does so as
+// the daemon exits: stop the service first).
+bool hasSanitizerReport(const QByteArray &daemonLog);
 // Pid of the daemon of the current runtime directory, 0 when none.
 pid_t daemonPid();
 // ctl.start and a bounded wait for "running".
