@@ -45,33 +45,33 @@ class QOrvicPlayerSessionPrivate;
     \class QOrvicPlayerSession
     \brief One media player session on the device's playback engine.
 
-    \section1 Threads
+    \par Threads
 
     The thread that creates the session (or that it is moved to) is its
-    \e{owner thread}. Every command is carried out there, so a session that
+    <em>owner thread</em>. Every command is carried out there, so a session that
     is given commands from other threads needs an event loop running on its
     owner thread. Apart from the exceptions named at each function, every
     public function may be called from any thread.
 
     Signals come from three kinds of thread:
-    \list
-    \li the owner thread, for what a command does;
-    \li the thread that calls stop() or timeUpdate(), for what the stop or a
+    <ul>
+    <li> the owner thread, for what a command does;
+    <li> the thread that calls stop() or timeUpdate(), for what the stop or a
         watchdog recovery does (a recovery reopens the medium and may announce
         every signal that an open and play announce);
-    \li the engine's own threads, for engine events: durationChanged(),
+    <li> the engine's own threads, for engine events: durationChanged(),
         seekableChanged(), stateChanged() with \c Player_Play,
         playbackComplete(), playbackRateChanged(), mediaMessageChanged()
         (buffering, engine notices, failed seeks, resume data), error(),
         videoAvailableChanged() and metaDataChanged() with subtitle text.
-    \endlist
+    </ul>
     Receivers that live in other threads get them queued, as usual with
     Qt::AutoConnection. A slot connected with Qt::DirectConnection runs on
     the emitting thread; while stateChanged() is being emitted the session
     holds its state lock, so such a slot must not wait for another thread
     that announces a state.
 
-    \section1 Destruction
+    \par Destruction
 
     deleteLater() is always safe: from any thread, and from a slot connected
     to one of the session's own signals, also while a command runs. Commands

@@ -41,10 +41,10 @@ private:
     \class QOrvicPlayerSessionPrivate
     \brief The engine adaptor behind QOrvicPlayerSession.
 
-    \section1 Threads
+    \par Threads
 
-    \list
-    \li The operations that use the engine (setMedia(), openMetadata(),
+    <ul>
+    <li> The operations that use the engine (setMedia(), openMetadata(),
         play(), pause(), stop(), seek(), setPlaybackRate(), setVolume(),
         setMuted(), setAudioStream(), setSubtitleNum(), setSubtitleOnOff(),
         setVideoOnOff(), setAudioOnOff(), getSubtitleAttribute(),
@@ -52,30 +52,30 @@ private:
         hold the player lock (mPlayerLock, through PlayerLocker), so they run
         one at a time, and emit their signals on the calling thread. The
         session calls them on its owner thread, from the command queue.
-    \li playbackRate(), position() and duration() may be called from any
+    <li> playbackRate(), position() and duration() may be called from any
         thread and never wait for a command: they hold the engine-use lock for
         reading while they call the engine, and release() destroys the engine
         under it for writing.
-    \li checkServer() may be called from any thread. It recovers only when
+    <li> checkServer() may be called from any thread. It recovers only when
         it gets the player lock at once and the calling thread is not inside
         a command; otherwise the tick is left to a later one (a stopped
         service is marked, and recoverIfDue() recovers it on the owner
         thread before the next command). The whole
         recovery (reset(), reopen, play, seek, pause) holds the player lock
         and emits on the calling thread.
-    \li init() runs in the session's constructor and inside reset(); reset()
+    <li> init() runs in the session's constructor and inside reset(); reset()
         and release() run under the player lock (the watchdog, the
         destructor). They are not for concurrent use otherwise.
-    \li setState() and storeState() may be called from any thread: a state
+    <li> setState() and storeState() may be called from any thread: a state
         is stored and announced under one lock, so the last stateChanged() is
         the stored state. stateChanged() is emitted with that lock held.
-    \li navQueueCallBack() runs on the engine's threads, called by the
+    <li> navQueueCallBack() runs on the engine's threads, called by the
         callback sink, and emits there. The sink lets a callback reach the
         adaptor only while the sink is attached; release() waits for the
         callbacks on their way before it frees what they use, and the sink
         of an abandoned engine is detached for good.
-    \li listLock()/listUnlock() guard the command queue from any thread.
-    \endlist
+    <li> listLock()/listUnlock() guard the command queue from any thread.
+    </ul>
 
     The stored values that the session's getters read are atomics, or (the
     available ranges) copied under a lock.

@@ -18,7 +18,19 @@ struct PendingTag {
 };
 
 template struct MemberAccess<PendingTag, &QOrvicPlayerSession::mPendingList>;
+
+struct StateLockTag {
+    using type = QRecursiveMutex QOrvicPlayerSessionPrivate::*;
+    friend type memberOf(StateLockTag);
+};
+
+template struct MemberAccess<StateLockTag, &QOrvicPlayerSessionPrivate::mStateLock>;
 } // namespace
+
+QRecursiveMutex *stateLock(QOrvicPlayerSession *session)
+{
+    return &(QOrvicPlayerSessionPrivate::get(session)->*memberOf(StateLockTag()));
+}
 
 PendingList *pendingList(QOrvicPlayerSession *session)
 {

@@ -15,6 +15,10 @@ PendingList *pendingList(QOrvicPlayerSession *session);
 // Number of waiting commands, read under the list mutex.
 int pendingCount(QOrvicPlayerSession *session);
 
+// The adaptor's state lock, held from storing a state until its
+// announcement is over.
+QRecursiveMutex *stateLock(QOrvicPlayerSession *session);
+
 } // namespace orvictest
 
 #endif // ORVICTEST_SESSIONACCESS_H

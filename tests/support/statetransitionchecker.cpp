@@ -1,5 +1,6 @@
 #include "statetransitionchecker.h"
 #include "logcapture.h"
+#include "sessionaccess.h"
 
 #include <QtCore/QHash>
 #include <QtCore/QMutex>
@@ -7,6 +8,8 @@
 #include <QtCore/QPointer>
 #include <QtCore/QSet>
 #include <QtCore/QThread>
+
+#include <mutex>
 
 namespace orvictest {
 
@@ -126,7 +129,23 @@ struct StateTransitionChecker::Shared {
         announcing.remove(entry.thread);
         const Cause cause = causeOf(function);
         causes.insert(entry.thread, cause);
-        checkStored(now, cause);
+        if (now == last || !announcing.isEmpty() || !session) {
+            checkStored(now, cause);
+            return;
+        }
+        // Another thread may have stored a state and not yet logged its
+        // announcement. The state lock spans both: once it is ours, the
+        // stored state and the announced one are settled. Never waited for,
+        // since this line's thread may hold a lock that a slot of that
+        // announcement needs; a busy lock leaves the check to later lines
+        // and to the end.
+        lock.unlock();
+        const std::unique_lock<QRecursiveMutex> stateLocker(*orvictest::stateLock(session), std::try_to_lock);
+        if (!stateLocker.owns_lock())
+            return;
+        const State settled = stored();
+        lock.relock();
+        checkStored(settled, cause);
     }
 
     void onState(State to)
