@@ -113,4 +113,15 @@ std::unique_ptr<BenchPlayer> makePlayer(const QString &name, bool network)
     return nullptr;
 }
 
+bool openSession(QOrvicPlayerSession &session, const QString &url)
+{
+    std::atomic<bool> settled{false};
+    const QMetaObject::Connection done = QObject::connect(
+            &session, &QOrvicPlayerSession::playbackRateChanged, [&](float) { settled = true; });
+    session.manageActList(QOrvicPlayerSession::Msg_SetMedia, url);
+    const bool ok = waitFor([&] { return bool(settled); }, 15000) >= 0;
+    QObject::disconnect(done);
+    return ok;
+}
+
 } // namespace orvicbench

@@ -10,6 +10,8 @@
 #include <atomic>
 #include <memory>
 
+class QOrvicPlayerSession;
+
 namespace orvicbench {
 
 class BenchPlayer
@@ -38,6 +40,10 @@ public:
 // rows then stand beside these (runner.cpp lists the players per set,
 // report.cpp the rows).
 std::unique_ptr<BenchPlayer> makePlayer(const QString &name, bool network);
+
+// Opens `url` on `session` and waits (at most 15 s) until the open is over,
+// which the rate announced at its end tells; false on a time-out.
+bool openSession(QOrvicPlayerSession &session, const QString &url);
 
 } // namespace orvicbench
 

@@ -60,17 +60,6 @@ int nextVolume()
     return commands++ % 2 ? 40 : 60;
 }
 
-bool openSession(Session &session, const QString &url)
-{
-    std::atomic<bool> settled{false};
-    const QMetaObject::Connection done = QObject::connect(
-            &session, &Session::playbackRateChanged, [&](float) { settled = true; });
-    session.manageActList(Session::Msg_SetMedia, url);
-    const bool ok = waitFor([&] { return bool(settled); }, 15000) >= 0;
-    QObject::disconnect(done);
-    return ok;
-}
-
 int ownerThreadRoundTrips(Session &session, int reps)
 {
     std::atomic<double> changedAt{-1};

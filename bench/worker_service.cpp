@@ -37,17 +37,6 @@ void stampOnce(std::atomic<double> &at)
     at.compare_exchange_strong(unset, nowMs());
 }
 
-bool openSession(Session &session, const QString &url)
-{
-    std::atomic<bool> settled{false};
-    const QMetaObject::Connection done = QObject::connect(
-            &session, &Session::playbackRateChanged, [&](float) { settled = true; });
-    session.manageActList(Session::Msg_SetMedia, url);
-    const bool ok = waitFor([&] { return bool(settled); }, 15000) >= 0;
-    QObject::disconnect(done);
-    return ok;
-}
-
 // A session on a thread of its own, as an application with several players
 // would have it; its stamps come from direct connections.
 struct ThreadedSession
