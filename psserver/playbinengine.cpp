@@ -113,8 +113,9 @@ bool PlaybinEngine::createPipeline()
                  "volume", m_volume / 100.0,
                  "mute", !m_audioOn,
                  nullptr);
+    // Before the pipeline runs, so at once: no chain to rebuild yet.
     if (!m_videoOn)
-        setPlayFlag(kFlagVideo, false);
+        applyPlayFlag(m_playbin, kFlagVideo, false);
     if (m_textSink)
         g_object_set(m_playbin, "text-sink", m_textSink, nullptr);
 

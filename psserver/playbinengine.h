@@ -5,6 +5,7 @@
 #define PSSERVER_PLAYBINENGINE_H
 
 #include "externalsubtitles.h"
+#include "pipelinewriter.h"
 #include "subtitlescheduler.h"
 
 #include <QtCore/QByteArray>
@@ -83,6 +84,8 @@ private:
     bool seekWithRate(double rate, qint64 positionMs);
     void seekSettled();
     void clearSeek();
+    static void applyPlayFlag(GstElement *playbin, int flag, bool on);
+    // Through the writer: may wait for the sink bin.
     void setPlayFlag(int flag, bool on);
     int streamCount(const char *property) const;
 
@@ -109,6 +112,9 @@ private:
     static void onStreamsChanged(GstElement *playbin, gpointer self);
 
     SinkConfig m_sinks;
+    // Declared before the pipeline's members: destroyed after them, once
+    // every queued write ran.
+    PipelineWriter m_writer;
     GstElement *m_playbin = nullptr;
     GstElement *m_textSink = nullptr;
 

@@ -98,17 +98,24 @@ int PlaybinEngine::setStreamVolume(int volume)
     if (volume < 0 || volume > 100)
         return pswire::ResultInvalidArgument;
     m_volume = volume;
-    g_object_set(m_playbin, "volume", volume / 100.0, nullptr);
+    m_writer.post(m_playbin, [volume](GstElement *playbin) {
+        g_object_set(playbin, "volume", volume / 100.0, nullptr);
+    });
     emitEvent(pswire::EvVolumeChanged, {volume});
     return pswire::ResultOk;
 }
 
-void PlaybinEngine::setPlayFlag(int flag, bool on)
+void PlaybinEngine::applyPlayFlag(GstElement *playbin, int flag, bool on)
 {
     gint flags = 0;
-    g_object_get(m_playbin, "flags", &flags, nullptr);
+    g_object_get(playbin, "flags", &flags, nullptr);
     flags = on ? (flags | flag) : (flags & ~flag);
-    g_object_set(m_playbin, "flags", flags, nullptr);
+    g_object_set(playbin, "flags", flags, nullptr);
+}
+
+void PlaybinEngine::setPlayFlag(int flag, bool on)
+{
+    m_writer.post(m_playbin, [flag, on](GstElement *playbin) { applyPlayFlag(playbin, flag, on); });
 }
 
 int PlaybinEngine::setParameter(const QByteArray &key, const QByteArray &value)
@@ -137,7 +144,9 @@ int PlaybinEngine::setParameter(const QByteArray &key, const QByteArray &value)
         // Muting keeps the audio clock and the stream in place, so audio
         // comes back at once and in sync.
         m_audioOn = on;
-        g_object_set(m_playbin, "mute", !on, nullptr);
+        m_writer.post(m_playbin, [on](GstElement *playbin) {
+            g_object_set(playbin, "mute", !on, nullptr);
+        });
         return pswire::ResultOk;
     }
     return pswire::ResultInvalidArgument;
