@@ -31,6 +31,9 @@ writer=${2:-${ORVIC_ID3WRITER:-orvic-id3writer}}
 command -v ffmpeg >/dev/null || { echo "make-samples: ffmpeg not found (scripts/install-deps.sh)" >&2; exit 1; }
 writer=$(command -v "$writer") || { echo "make-samples: orvic-id3writer not found" >&2; exit 1; }
 case $writer in /*) ;; *) writer=$PWD/$writer ;; esac
+# The work happens in a temporary directory; a relative OUTDIR stays the
+# caller's.
+case $out in /*) ;; *) out=$PWD/$out ;; esac
 
 mkdir -p "$(dirname "$out")"
 work=$(mktemp -d "$out.tmp.XXXXXX")
