@@ -330,7 +330,8 @@ int ClientPlayer::getSubtitleLanguage(int index, char *language)
     return result;
 }
 
-// Runs on the connection's thread: remember, then queue for the engine thread.
+// Runs on the thread reading the service's socket: remember, then queue for
+// the engine thread.
 void ClientPlayer::onEvent(quint32 event, const QVariantList &arguments)
 {
     {
