@@ -32,6 +32,7 @@ void ClientConnection::endEngine(bool wait)
     m_engine->deleteLater();
     m_engine = nullptr;
     m_engineThread = nullptr;
+    m_inFlight = 0;
     thread->quit();
     if (wait) {
         thread->wait();
@@ -62,6 +63,14 @@ void ClientConnection::handleFrame(const psprotocol::Frame &frame)
     case pswire::FrameCall: {
         ensureEngine();
         PlaybinEngine *engine = m_engine;
+        PlaybinEngine::StoredAnswer stored;
+        if (m_inFlight == 0 && engine->answerFromStore(frame.code, frame.arguments, &stored)) {
+            for (const auto &event : stored.events)
+                send(psprotocol::event(pswire::Event(event.first), event.second));
+            send(psprotocol::reply(frame.sequence, stored.result, stored.output));
+            break;
+        }
+        ++m_inFlight;
         QMetaObject::invokeMethod(engine, [engine, frame] {
             engine->handleCall(frame.sequence, frame.code, frame.arguments);
         }, Qt::QueuedConnection);
@@ -82,6 +91,8 @@ void ClientConnection::ensureEngine()
     m_engine->moveToThread(m_engineThread);
     connect(m_engine, &PlaybinEngine::replyReady, this,
             [this](quint32 sequence, const QVariant &result, const QByteArray &output) {
+                if (m_inFlight > 0)
+                    --m_inFlight;
                 send(psprotocol::reply(sequence, result, output));
             });
     connect(m_engine, &PlaybinEngine::eventReady, this,
