@@ -48,6 +48,7 @@ void ClientConnection::readFrames()
     const QList<psprotocol::Frame> frames = m_reader.read(m_socket, &ok);
     for (const psprotocol::Frame &frame : frames)
         handleFrame(frame);
+    flushAnswers();
     if (!ok) {
         qWarning("dropping a client that broke the framing");
         m_socket->abort();
@@ -94,12 +95,22 @@ void ClientConnection::ensureEngine()
                 if (m_inFlight > 0)
                     --m_inFlight;
                 send(psprotocol::reply(sequence, result, output));
+                flushAnswers();
             });
     connect(m_engine, &PlaybinEngine::eventReady, this,
             [this](quint32 event, const QVariantList &arguments) {
                 send(psprotocol::event(pswire::Event(event), arguments));
             });
     m_engineThread->start();
+}
+
+// A written frame otherwise waits for the next pass of the event loop; an
+// answer (with the events before it, in the same write) goes out at once.
+// Events alone keep going out with that pass, several in one write.
+void ClientConnection::flushAnswers()
+{
+    if (m_socket->state() == QLocalSocket::ConnectedState)
+        m_socket->flush();
 }
 
 void ClientConnection::send(const psprotocol::Frame &frame)

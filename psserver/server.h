@@ -35,6 +35,7 @@ private:
     void handleFrame(const psprotocol::Frame &frame);
     void ensureEngine();
     void send(const psprotocol::Frame &frame);
+    void flushAnswers();
 
     QLocalSocket *m_socket;
     SinkConfig m_sinks;

@@ -108,12 +108,8 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
         ++m_nextSequence;
     const quint32 sequence = m_nextSequence;
     m_pending.insert(sequence, Pending());
-    // The monitor gives up its reading turn once it sees a call waiting.
-    const bool monitorReads = m_monitorReading;
     const qint64 sent = now();
     lock.unlock();
-    if (monitorReads)
-        wakeMonitor();
     send(psprotocol::encode(psprotocol::call(sequence, operation, arguments)));
     lock.relock();
 
@@ -169,7 +165,7 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
         }
         m_reading = true;
         lock.unlock();
-        pollAndRead(int(waitMs), false);
+        pollAndRead(int(waitMs));
         lock.relock();
         m_reading = false;
         m_changed.wakeAll();
@@ -245,20 +241,28 @@ bool ServiceConnection::needsPinging() const
     return m_link == Link::Connected && (m_suspect || !m_pending.isEmpty());
 }
 
-void ServiceConnection::pollAndRead(int timeoutMs, bool watchWakeUp)
+short ServiceConnection::pollSocket(int timeoutMs)
 {
     pollfd fds[2] = {{m_fd, short(POLLIN | (hasUnsent() ? POLLOUT : 0)), 0}, {m_wakeFd, POLLIN, 0}};
-    if (::poll(fds, watchWakeUp ? 2 : 1, timeoutMs) <= 0)
-        return; // nothing came, or a signal: the caller looks again
-    if (watchWakeUp && (fds[1].revents & POLLIN)) {
+    if (::poll(fds, 2, timeoutMs) <= 0)
+        return 0; // nothing came, or a signal: the caller looks again
+    if (fds[1].revents & POLLIN) {
         quint64 count = 0;
         if (::read(m_wakeFd, &count, sizeof count) < 0) {
             // Non-blocking: already drained by an earlier turn.
         }
     }
-    if (fds[0].revents & POLLOUT)
+    return fds[0].revents;
+}
+
+void ServiceConnection::pollAndRead(int timeoutMs)
+{
+    pollfd fd = {m_fd, short(POLLIN | (hasUnsent() ? POLLOUT : 0)), 0};
+    if (::poll(&fd, 1, timeoutMs) <= 0)
+        return; // nothing came, or a signal: the caller looks again
+    if (fd.revents & POLLOUT)
         flushUnsent();
-    if (fds[0].revents & (POLLIN | POLLHUP | POLLERR))
+    if (fd.revents & (POLLIN | POLLHUP | POLLERR))
         readAvailable();
 }
 
@@ -408,13 +412,22 @@ void ServiceConnection::monitor()
             m_monitorWake.wait(&m_mutex, untilPing < 0 ? ULONG_MAX : ulong(untilPing));
             continue;
         }
-        m_reading = true;
-        m_monitorReading = true;
+        // Waits without the reading turn, so that a call never waits for
+        // the monitor to give it up: the turn is taken only to read what
+        // came, without blocking.
         lock.unlock();
-        pollAndRead(untilPing, true);
+        const short ready = pollSocket(untilPing);
+        lock.relock();
+        if (!ready || !m_pending.isEmpty() || m_reading)
+            continue;
+        m_reading = true;
+        lock.unlock();
+        if (ready & POLLOUT)
+            flushUnsent();
+        if (ready & (POLLIN | POLLHUP | POLLERR))
+            readAvailable();
         lock.relock();
         m_reading = false;
-        m_monitorReading = false;
         m_changed.wakeAll();
     }
 }

@@ -87,8 +87,11 @@ private:
 
     // The reader's side; only the thread that took the reading turn (under
     // m_mutex) calls these. Waits at most `timeoutMs` (-1: no limit) for
-    // the socket or the monitor's wake-up, then takes what came.
-    void pollAndRead(int timeoutMs, bool watchWakeUp);
+    // the socket, then takes what came.
+    void pollAndRead(int timeoutMs);
+    // The monitor's wait, without the turn: the socket's poll events once
+    // it is ready or the monitor is woken, 0 after `timeoutMs`.
+    short pollSocket(int timeoutMs);
     void readAvailable();
     void lose();
 
@@ -113,7 +116,6 @@ private:
     bool m_stopping = false;
     // One thread at a time reads the socket: frames stay in order.
     bool m_reading = false;
-    bool m_monitorReading = false; // the turn is the monitor's
     qint64 m_lastHeardMs = 0;
     quint32 m_nextSequence = 0;
     quint32 m_pingSequence = 0;
