@@ -49,9 +49,9 @@ public:
 
     // An answer from the values the engine keeps, for the service's socket
     // thread: state, rate, volume and the on/off switches are read, and a
-    // volume is stored (the pipeline gets it on the engine thread, in order
-    // with the calls after it). Only while no other call of the client is in
-    // the engine's hands, so that none is overtaken. False: the call needs
+    // volume is stored and queued for the pipeline writer. Only while no
+    // other call of the client is in the engine's hands (the pipeline is
+    // replaced only inside calls), so that none is overtaken. False: the call needs
     // the engine thread. `events` are what the call announces, to be sent
     // before the answer.
     struct StoredAnswer

@@ -47,8 +47,10 @@ bool PlaybinEngine::answerFromStore(quint32 operation, const QVariantList &argum
             return true;
         }
         m_volume = volume;
-        // Queued behind the calls before it and ahead of those after it.
-        QMetaObject::invokeMethod(this, [this, volume] { writeVolume(volume); }, Qt::QueuedConnection);
+        // No call is in the engine's hands, so the pipeline is not being
+        // replaced: the write joins the writer's queue behind the writes of
+        // the calls before it and ahead of those after it.
+        writeVolume(volume);
         answer->events.append(qMakePair(quint32(pswire::EvVolumeChanged), QVariantList{volume}));
         answer->result = int(pswire::ResultOk);
         return true;

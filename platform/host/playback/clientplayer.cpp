@@ -29,10 +29,14 @@ public:
 
     void push(quint32 event, const QVariantList &arguments)
     {
-        QMutexLocker lock(&m_state->mutex);
-        if (m_state->stopping)
-            return;
-        m_state->queue.append(Item{event, arguments});
+        {
+            QMutexLocker lock(&m_state->mutex);
+            if (m_state->stopping)
+                return;
+            m_state->queue.append(Item{event, arguments});
+        }
+        // Outside the lock: woken inside, the thread would only wake to
+        // wait for the lock.
         m_state->wake.wakeOne();
     }
 

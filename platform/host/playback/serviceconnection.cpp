@@ -168,10 +168,18 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
         pollAndRead(int(waitMs));
         lock.relock();
         m_reading = false;
-        m_changed.wakeAll();
+        if (m_pending.size() > 1) {
+            lock.unlock();
+            m_changed.wakeAll(); // the turn is free for another caller
+            lock.relock();
+        }
     }
     m_pending.remove(sequence);
-    if (m_pending.isEmpty())
+    const bool monitorResumes = m_pending.isEmpty();
+    lock.unlock();
+    // Woken outside the lock: a thread woken while it is held would only
+    // wake to wait for it.
+    if (monitorResumes)
         m_monitorWake.wakeAll();
     return answer;
 }
@@ -218,21 +226,25 @@ void ServiceConnection::linkChanged(Link link)
 
 void ServiceConnection::heard()
 {
-    QMutexLocker lock(&m_mutex);
-    m_lastHeardMs = now();
-    m_suspect = false;
+    {
+        QMutexLocker lock(&m_mutex);
+        m_lastHeardMs = now();
+        m_suspect = false;
+    }
     m_changed.wakeAll();
 }
 
 void ServiceConnection::answered(quint32 sequence, const QVariant &result, const QByteArray &output)
 {
-    QMutexLocker lock(&m_mutex);
-    const auto it = m_pending.find(sequence);
-    if (it == m_pending.end())
-        return; // its caller gave up waiting
-    it->answered = true;
-    it->result = result;
-    it->output = output;
+    {
+        QMutexLocker lock(&m_mutex);
+        const auto it = m_pending.find(sequence);
+        if (it == m_pending.end())
+            return; // its caller gave up waiting
+        it->answered = true;
+        it->result = result;
+        it->output = output;
+    }
     m_changed.wakeAll();
 }
 
@@ -428,7 +440,11 @@ void ServiceConnection::monitor()
             readAvailable();
         lock.relock();
         m_reading = false;
-        m_changed.wakeAll();
+        if (!m_pending.isEmpty()) {
+            lock.unlock();
+            m_changed.wakeAll(); // the turn is free for the callers
+            lock.relock();
+        }
     }
 }
 
