@@ -71,8 +71,16 @@ private:
 class QtPlayer : public BenchPlayer
 {
 public:
-    QtPlayer()
+    // `streamDuration`: for a stream, the first duration counts as its
+    // metadata, as for the session (our back end has no map for a stream).
+    explicit QtPlayer(bool streamDuration = false)
     {
+        if (streamDuration) {
+            QObject::connect(&m_player, &QMediaPlayer::durationChanged, [this](qint64 duration) {
+                if (duration > 0 && metadataAt < 0)
+                    metadataAt = nowMs();
+            });
+        }
         QObject::connect(&m_player, &QMediaPlayer::mediaStatusChanged, [this](QMediaPlayer::MediaStatus status) {
             if (status == QMediaPlayer::LoadedMedia && preparedAt < 0)
                 preparedAt = nowMs();
@@ -135,7 +143,7 @@ std::unique_ptr<BenchPlayer> makePlayer(const QString &name, bool network)
         return std::make_unique<QtPlayer>();
     if (name == QLatin1String("qt")) {
         preferOurBackEnd();
-        auto player = std::make_unique<QtPlayer>();
+        auto player = std::make_unique<QtPlayer>(network);
         // Never measure Qt's own back end under our name.
         if (!player->backEnd().startsWith("QOrvic")) {
             emitNote(QStringLiteral("qt: QMediaPlayer picked \"%1\", not our back end")

@@ -18,6 +18,7 @@
 #include <gst/gst.h>
 
 #include <atomic>
+#include <functional>
 
 #include <playback/spplayer.h>
 
@@ -59,6 +60,9 @@ public:
         QVariant result;
         QByteArray output;
         QList<QPair<quint32, QVariantList>> events;
+        // To run once the answer is out (the pipeline write of a volume):
+        // the client need not wait for the writer thread to be woken.
+        std::function<void()> afterwards;
     };
     bool answerFromStore(quint32 operation, const QVariantList &arguments, StoredAnswer *answer);
 

@@ -50,7 +50,7 @@ bool PlaybinEngine::answerFromStore(quint32 operation, const QVariantList &argum
         // No call is in the engine's hands, so the pipeline is not being
         // replaced: the write joins the writer's queue behind the writes of
         // the calls before it and ahead of those after it.
-        writeVolume(volume);
+        answer->afterwards = [this, volume] { writeVolume(volume); };
         answer->events.append(qMakePair(quint32(pswire::EvVolumeChanged), QVariantList{volume}));
         answer->result = int(pswire::ResultOk);
         return true;

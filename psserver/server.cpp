@@ -69,6 +69,11 @@ void ClientConnection::handleFrame(const psprotocol::Frame &frame)
             for (const auto &event : stored.events)
                 send(psprotocol::event(pswire::Event(event.first), event.second));
             send(psprotocol::reply(frame.sequence, stored.result, stored.output));
+            if (stored.afterwards) {
+                // Still before any later call of this client reaches the engine.
+                flushAnswers();
+                stored.afterwards();
+            }
             break;
         }
         ++m_inFlight;
