@@ -71,7 +71,6 @@ void ServiceConnection::close()
         m_stopping = true;
         m_link = Link::Closed;
         m_changed.wakeAll();
-        m_monitorWake.wakeAll();
         // Ends the wait of whoever reads the socket.
         if (m_fd >= 0)
             ::shutdown(m_fd, SHUT_RDWR);
@@ -108,6 +107,7 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
         ++m_nextSequence;
     const quint32 sequence = m_nextSequence;
     m_pending.insert(sequence, Pending());
+    ++m_callers;
     const qint64 sent = now();
     lock.unlock();
     send(psprotocol::encode(psprotocol::call(sequence, operation, arguments)));
@@ -175,12 +175,10 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
         }
     }
     m_pending.remove(sequence);
-    const bool monitorResumes = m_pending.isEmpty();
+    const bool last = --m_callers == 0;
     lock.unlock();
-    // Woken outside the lock: a thread woken while it is held would only
-    // wake to wait for it.
-    if (monitorResumes)
-        m_monitorWake.wakeAll();
+    if (last)
+        wakeMonitor(); // the socket is the monitor's to watch again
     return answer;
 }
 
@@ -215,7 +213,6 @@ void ServiceConnection::linkChanged(Link link)
         m_link = link;
         m_lastHeardMs = now();
         m_changed.wakeAll();
-        m_monitorWake.wakeAll();
     }
     if (!lost)
         return;
@@ -253,18 +250,18 @@ bool ServiceConnection::needsPinging() const
     return m_link == Link::Connected && (m_suspect || !m_pending.isEmpty());
 }
 
-short ServiceConnection::pollSocket(int timeoutMs)
+short ServiceConnection::pollSocket(int timeoutMs, bool watchSocket)
 {
-    pollfd fds[2] = {{m_fd, short(POLLIN | (hasUnsent() ? POLLOUT : 0)), 0}, {m_wakeFd, POLLIN, 0}};
-    if (::poll(fds, 2, timeoutMs) <= 0)
+    pollfd fds[2] = {{m_wakeFd, POLLIN, 0}, {m_fd, short(POLLIN | (hasUnsent() ? POLLOUT : 0)), 0}};
+    if (::poll(fds, watchSocket ? 2 : 1, timeoutMs) <= 0)
         return 0; // nothing came, or a signal: the caller looks again
-    if (fds[1].revents & POLLIN) {
+    if (fds[0].revents & POLLIN) {
         quint64 count = 0;
         if (::read(m_wakeFd, &count, sizeof count) < 0) {
             // Non-blocking: already drained by an earlier turn.
         }
     }
-    return fds[0].revents;
+    return watchSocket ? fds[1].revents : 0;
 }
 
 void ServiceConnection::pollAndRead(int timeoutMs)
@@ -419,18 +416,21 @@ void ServiceConnection::monitor()
             continue;
         }
         const int untilPing = pinging ? int(qMax<qint64>(1, nextPing - now())) : -1;
-        if (!m_pending.isEmpty() || m_reading) {
-            // The waiting callers read the socket themselves.
-            m_monitorWake.wait(&m_mutex, untilPing < 0 ? ULONG_MAX : ulong(untilPing));
+        // While calls wait, their callers read the socket: the monitor then
+        // sleeps on its wake-up alone (the last caller out rings it), so an
+        // answer wakes its caller and nobody else. Otherwise it waits for the
+        // socket without the reading turn, so that a call never waits for
+        // the monitor to give it up, and takes the turn only to read what
+        // came, without blocking.
+        const bool callersRead = m_callers.load() > 0;
+        lock.unlock();
+        const short ready = pollSocket(untilPing, !callersRead);
+        if (!ready || m_callers.load() > 0) {
+            lock.relock();
             continue;
         }
-        // Waits without the reading turn, so that a call never waits for
-        // the monitor to give it up: the turn is taken only to read what
-        // came, without blocking.
-        lock.unlock();
-        const short ready = pollSocket(untilPing);
         lock.relock();
-        if (!ready || !m_pending.isEmpty() || m_reading)
+        if (m_reading || !m_pending.isEmpty())
             continue;
         m_reading = true;
         lock.unlock();

@@ -17,6 +17,7 @@
 #include <QtCore/QVariant>
 #include <QtCore/QWaitCondition>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <thread>
@@ -89,9 +90,10 @@ private:
     // m_mutex) calls these. Waits at most `timeoutMs` (-1: no limit) for
     // the socket, then takes what came.
     void pollAndRead(int timeoutMs);
-    // The monitor's wait, without the turn: the socket's poll events once
-    // it is ready or the monitor is woken, 0 after `timeoutMs`.
-    short pollSocket(int timeoutMs);
+    // The monitor's wait, without the turn: for its wake-up and, with
+    // `watchSocket`, the socket. The socket's poll events, 0 when only woken
+    // or after `timeoutMs`.
+    short pollSocket(int timeoutMs, bool watchSocket);
     void readAvailable();
     void lose();
 
@@ -109,7 +111,6 @@ private:
 
     mutable QMutex m_mutex;
     QWaitCondition m_changed;      // answers, the reading turn, the link
-    QWaitCondition m_monitorWake;  // no call waits any more, or closing
     QElapsedTimer m_clock;
     Link m_link = Link::Connecting;
     bool m_suspect = false;
@@ -121,6 +122,9 @@ private:
     quint32 m_pingSequence = 0;
     pid_t m_servicePid = 0;
     QHash<quint32, Pending> m_pending;
+    // Calls between registering and giving up their entry (changed under
+    // m_mutex; read by the monitor without it).
+    std::atomic<int> m_callers{0};
 
     // The socket and the monitor's wake-up (an eventfd); both stay open
     // until close(), which waits for the reader and the writers.
