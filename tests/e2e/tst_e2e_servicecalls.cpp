@@ -16,6 +16,8 @@
 #include <atomic>
 #include <memory>
 #include <thread>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 using namespace orvice2e;
@@ -43,6 +45,86 @@ QString describe(const psprotocol::Frame &frame)
     return QStringLiteral("event %1 %2").arg(frame.code).arg(arguments.join(QLatin1Char(',')));
 }
 
+// A stand-in for psserver on the service socket of the current runtime
+// directory, on a thread of its own: it answers Open at once, holds the
+// answer to Play until it has been pinged `pingsBeforeAnswer` times, and
+// answers pings only when `answerPings`.
+class FakeService
+{
+public:
+    FakeService(int pingsBeforeAnswer, bool answerPings)
+        : m_pingsBeforeAnswer(pingsBeforeAnswer), m_answerPings(answerPings)
+    {
+        std::string error;
+        m_listener = hostruntime::listenOnServiceSocket(hostruntime::runtimeDirectory(), &error);
+        if (m_listener >= 0)
+            m_thread = std::thread([this] { serve(); });
+    }
+    ~FakeService()
+    {
+        m_done = true;
+        if (m_thread.joinable())
+            m_thread.join();
+        if (m_listener >= 0)
+            ::close(m_listener);
+    }
+    bool isListening() const { return m_listener >= 0; }
+    int pings() const { return m_pings; }
+
+private:
+    static void write(int fd, const psprotocol::Frame &frame)
+    {
+        const QByteArray bytes = psprotocol::encode(frame);
+        if (::send(fd, bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL) != bytes.size())
+            qWarning("fake service: short write");
+    }
+
+    void serve()
+    {
+        pollfd listening = {m_listener, POLLIN, 0};
+        while (!m_done && ::poll(&listening, 1, 50) <= 0) {
+        }
+        const int fd = m_done ? -1 : ::accept(m_listener, nullptr, nullptr);
+        if (fd < 0)
+            return;
+        psprotocol::FrameReader reader;
+        quint32 held = 0;
+        while (!m_done) {
+            pollfd in = {fd, POLLIN, 0};
+            if (::poll(&in, 1, 50) <= 0)
+                continue;
+            char chunk[4096];
+            const ssize_t n = ::recv(fd, chunk, sizeof chunk, 0);
+            if (n <= 0)
+                break;
+            bool ok = true;
+            for (const psprotocol::Frame &frame : reader.read(QByteArray(chunk, int(n)), &ok)) {
+                if (frame.kind == pswire::FramePing) {
+                    ++m_pings;
+                    if (m_answerPings)
+                        write(fd, psprotocol::pong(frame.sequence));
+                } else if (frame.kind == pswire::FrameCall && frame.code == pswire::OpOpen) {
+                    write(fd, psprotocol::reply(frame.sequence, 100));
+                } else if (frame.kind == pswire::FrameCall) {
+                    held = frame.sequence;
+                }
+                if (held && m_pings >= m_pingsBeforeAnswer) {
+                    write(fd, psprotocol::reply(held, 0));
+                    held = 0;
+                }
+            }
+        }
+        ::close(fd);
+    }
+
+    const int m_pingsBeforeAnswer;
+    const bool m_answerPings;
+    int m_listener = -1;
+    std::atomic<bool> m_done{false};
+    std::atomic<int> m_pings{0};
+    std::thread m_thread;
+};
+
 } // namespace
 
 class tst_E2eServiceCalls : public QObject
@@ -55,6 +137,8 @@ private Q_SLOTS:
 
     void storedAnswersKeepCallOrder();
     void callersOnManyThreadsGetTheirOwnAnswers();
+    void slowAnswerOfALiveService_data();
+    void slowAnswerOfALiveService();
 
 private:
     std::unique_ptr<RuntimeDir> m_runtime;
@@ -186,6 +270,41 @@ void tst_E2eServiceCalls::callersOnManyThreadsGetTheirOwnAnswers()
     const int volumeAt = seen.indexOf(QStringLiteral("volumeChanged(20)"));
     QVERIFY2(volumeAt >= 0 && volumeAt < seen.indexOf(QStringLiteral("stateChanged(5)")),
              qPrintable(seen.join(QLatin1Char(' '))));
+}
+
+// A call that the service takes long to answer: while it waits the client
+// pings the service, and a service that answers the pings is alive however
+// long the answer takes (here: after six pings, beyond the silence limit);
+// one that answers nothing is found unresponsive.
+void tst_E2eServiceCalls::slowAnswerOfALiveService_data()
+{
+    QTest::addColumn<bool>("answerPings");
+    QTest::addColumn<int>("result");
+    QTest::newRow("pings answered") << true << 0;
+    QTest::newRow("silent") << false << int(pswire::ResultServiceUnresponsive);
+}
+
+void tst_E2eServiceCalls::slowAnswerOfALiveService()
+{
+    QFETCH(bool, answerPings);
+    QFETCH(int, result);
+    // A runtime directory of its own, where no psserver listens.
+    RuntimeDir runtime;
+    QVERIFY(runtime.isValid());
+    const int kPings = 6;
+    const qint64 kSilenceLimitMs = 450; // of a waiting call (psserver/README.md)
+    FakeService service(kPings, answerPings);
+    QVERIFY(service.isListening());
+    RecordingCallBack events;
+    PlayerPtr player(SPPlayer::create("Qspmediaplayer", &events));
+
+    QElapsedTimer clock;
+    clock.start();
+    QCOMPARE(player->play(), result);
+    if (answerPings) {
+        QVERIFY(service.pings() >= kPings);
+        QVERIFY(clock.elapsed() >= kSilenceLimitMs);
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_E2eServiceCalls)

@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -31,19 +30,14 @@ ServiceConnection::ServiceConnection(EventHandler onEvent, CloseHandler onClosed
 ServiceConnection::~ServiceConnection()
 {
     close();
-    if (m_wakeFd >= 0)
-        ::close(m_wakeFd);
 }
 
 bool ServiceConnection::open(const std::string &runtimeDir, int timeoutMs)
 {
     const int fd = hostruntime::connectToServiceSocket(runtimeDir, timeoutMs);
-    const int wakeFd = fd >= 0 ? ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC) : -1;
-    if (fd < 0 || wakeFd < 0 || ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK) < 0) {
+    if (fd < 0 || ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK) < 0) {
         if (fd >= 0)
             ::close(fd);
-        if (wakeFd >= 0)
-            ::close(wakeFd);
         linkChanged(Link::Closed);
         return false;
     }
@@ -51,11 +45,9 @@ bool ServiceConnection::open(const std::string &runtimeDir, int timeoutMs)
         QMutexLocker lock(&m_mutex);
         if (m_stopping) {
             ::close(fd);
-            ::close(wakeFd);
             return false;
         }
         m_fd = fd;
-        m_wakeFd = wakeFd;
     }
     linkChanged(Link::Connected);
     m_monitor = std::thread(&ServiceConnection::monitor, this);
@@ -71,11 +63,11 @@ void ServiceConnection::close()
         m_stopping = true;
         m_link = Link::Closed;
         m_changed.wakeAll();
+        m_monitorWake.wakeAll();
         // Ends the wait of whoever reads the socket.
         if (m_fd >= 0)
             ::shutdown(m_fd, SHUT_RDWR);
     }
-    wakeMonitor();
     if (m_monitor.joinable())
         m_monitor.join();
     {
@@ -109,6 +101,11 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
     m_pending.insert(sequence, Pending());
     ++m_callers;
     const qint64 sent = now();
+    // While calls wait, the service is pinged (by the callers: the monitor
+    // stays away from the socket then), so that a live service is always
+    // heard from in time.
+    if (m_nextPingMs < 0)
+        m_nextPingMs = sent + kPingIntervalMs;
     lock.unlock();
     send(psprotocol::encode(psprotocol::call(sequence, operation, arguments)));
     lock.relock();
@@ -156,7 +153,15 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
             if (stopped)
                 continue; // answered meanwhile
         }
-        const qint64 nextCheck = qMax(t, silentSince) + kStoppedCheckMs;
+        if (t >= m_nextPingMs) {
+            const quint32 ping = ++m_pingSequence;
+            m_nextPingMs = t + kPingIntervalMs;
+            lock.unlock();
+            send(psprotocol::encode(psprotocol::ping(ping)));
+            lock.relock();
+            continue;
+        }
+        const qint64 nextCheck = qMin(qMax(t, silentSince) + kStoppedCheckMs, m_nextPingMs);
         const qint64 waitMs = qMax<qint64>(1, qMin(qMin(silentUntil, limitUntil), nextCheck) - t);
         if (m_reading) {
             // Another thread reads; it hands over the answer or the turn.
@@ -176,9 +181,13 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
     }
     m_pending.remove(sequence);
     const bool last = --m_callers == 0;
-    lock.unlock();
     if (last)
-        wakeMonitor(); // the socket is the monitor's to watch again
+        m_nextPingMs = -1; // the monitor pings on while the service is thought frozen
+    lock.unlock();
+    // Outside the lock: woken while it is held, the monitor would only wake
+    // to wait for it.
+    if (last)
+        m_monitorWake.wakeAll(); // the socket is the monitor's to watch again
     return answer;
 }
 
@@ -216,7 +225,7 @@ void ServiceConnection::linkChanged(Link link)
     }
     if (!lost)
         return;
-    wakeMonitor();
+    m_monitorWake.wakeAll();
     if (m_onClosed)
         m_onClosed();
 }
@@ -245,23 +254,12 @@ void ServiceConnection::answered(quint32 sequence, const QVariant &result, const
     m_changed.wakeAll();
 }
 
-bool ServiceConnection::needsPinging() const
+short ServiceConnection::pollSocket(int timeoutMs)
 {
-    return m_link == Link::Connected && (m_suspect || !m_pending.isEmpty());
-}
-
-short ServiceConnection::pollSocket(int timeoutMs, bool watchSocket)
-{
-    pollfd fds[2] = {{m_wakeFd, POLLIN, 0}, {m_fd, short(POLLIN | (hasUnsent() ? POLLOUT : 0)), 0}};
-    if (::poll(fds, watchSocket ? 2 : 1, timeoutMs) <= 0)
-        return 0; // nothing came, or a signal: the caller looks again
-    if (fds[0].revents & POLLIN) {
-        quint64 count = 0;
-        if (::read(m_wakeFd, &count, sizeof count) < 0) {
-            // Non-blocking: already drained by an earlier turn.
-        }
-    }
-    return watchSocket ? fds[1].revents : 0;
+    pollfd fd = {m_fd, short(POLLIN | (hasUnsent() ? POLLOUT : 0)), 0};
+    if (::poll(&fd, 1, timeoutMs) <= 0)
+        return 0; // nothing came, or a signal: the monitor looks again
+    return fd.revents;
 }
 
 void ServiceConnection::pollAndRead(int timeoutMs)
@@ -345,9 +343,9 @@ bool ServiceConnection::send(const QByteArray &bytes)
             // The service does not take more now (it may be frozen): the
             // rest goes out when the socket has room; a waiting caller's
             // poll or the monitor's sees to it.
+            // The caller's own wait watches for room; the monitor looks at
+            // its next wait (a caller leaving wakes it).
             m_unsent = QByteArray(data, int(left));
-            lock.unlock();
-            wakeMonitor();
             return true;
         }
         lock.unlock();
@@ -383,16 +381,6 @@ bool ServiceConnection::hasUnsent()
     return !m_unsent.isEmpty();
 }
 
-void ServiceConnection::wakeMonitor()
-{
-    if (m_wakeFd < 0)
-        return;
-    const quint64 one = 1;
-    if (::write(m_wakeFd, &one, sizeof one) < 0) {
-        // The counter is full: the monitor is woken already.
-    }
-}
-
 // Reads the events while no call waits, and pings the service while a call
 // waits or the service is thought frozen, so that a live service is always
 // heard from in time.
@@ -400,31 +388,37 @@ void ServiceConnection::monitor()
 {
     pthread_setname_np(pthread_self(), "psclient");
     QMutexLocker lock(&m_mutex);
-    qint64 nextPing = -1;
     while (!m_stopping && m_link == Link::Connected) {
-        const bool pinging = needsPinging();
-        if (!pinging)
-            nextPing = -1;
-        else if (nextPing < 0)
-            nextPing = now() + kPingIntervalMs;
-        if (pinging && now() >= nextPing) {
-            const quint32 sequence = ++m_pingSequence;
-            lock.unlock();
-            send(psprotocol::encode(psprotocol::ping(sequence)));
-            lock.relock();
-            nextPing = now() + kPingIntervalMs;
+        // While calls wait, their callers read the socket and ping: the
+        // monitor then sleeps away from it (the last caller out wakes it),
+        // so an answer wakes its caller and nobody else.
+        if (m_callers.load() > 0) {
+            m_monitorWake.wait(&m_mutex);
             continue;
         }
-        const int untilPing = pinging ? int(qMax<qint64>(1, nextPing - now())) : -1;
-        // While calls wait, their callers read the socket: the monitor then
-        // sleeps on its wake-up alone (the last caller out rings it), so an
-        // answer wakes its caller and nobody else. Otherwise it waits for the
-        // socket without the reading turn, so that a call never waits for
-        // the monitor to give it up, and takes the turn only to read what
-        // came, without blocking.
-        const bool callersRead = m_callers.load() > 0;
+        // A service thought frozen is pinged until it answers again.
+        int untilPing = -1;
+        if (m_suspect) {
+            const qint64 t = now();
+            if (m_nextPingMs < 0)
+                m_nextPingMs = t + kPingIntervalMs;
+            if (t >= m_nextPingMs) {
+                const quint32 sequence = ++m_pingSequence;
+                m_nextPingMs = t + kPingIntervalMs;
+                lock.unlock();
+                send(psprotocol::encode(psprotocol::ping(sequence)));
+                lock.relock();
+                continue;
+            }
+            untilPing = int(qMax<qint64>(1, m_nextPingMs - t));
+        } else {
+            m_nextPingMs = -1;
+        }
+        // Waits for the socket without the reading turn, so that a call
+        // never waits for the monitor to give it up; the turn is taken only
+        // to read what came, without blocking.
         lock.unlock();
-        const short ready = pollSocket(untilPing, !callersRead);
+        const short ready = pollSocket(untilPing);
         if (!ready || m_callers.load() > 0) {
             lock.relock();
             continue;
@@ -442,7 +436,7 @@ void ServiceConnection::monitor()
         m_reading = false;
         if (!m_pending.isEmpty()) {
             lock.unlock();
-            m_changed.wakeAll(); // the turn is free for the callers
+            m_changed.wakeAll(); // the turn is free for a caller that came meanwhile
             lock.relock();
         }
     }

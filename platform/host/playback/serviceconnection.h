@@ -84,16 +84,14 @@ private:
     void linkChanged(Link link);
     void heard();
     void answered(quint32 sequence, const QVariant &result, const QByteArray &output);
-    bool needsPinging() const; // under m_mutex
 
     // The reader's side; only the thread that took the reading turn (under
     // m_mutex) calls these. Waits at most `timeoutMs` (-1: no limit) for
     // the socket, then takes what came.
     void pollAndRead(int timeoutMs);
-    // The monitor's wait, without the turn: for its wake-up and, with
-    // `watchSocket`, the socket. The socket's poll events, 0 when only woken
-    // or after `timeoutMs`.
-    short pollSocket(int timeoutMs, bool watchSocket);
+    // The monitor's wait for the socket, without the turn: its poll events,
+    // 0 after `timeoutMs`.
+    short pollSocket(int timeoutMs);
     void readAvailable();
     void lose();
 
@@ -102,7 +100,6 @@ private:
     bool send(const QByteArray &bytes);
     void flushUnsent();
     bool hasUnsent();
-    void wakeMonitor();
     void monitor();
 
     EventHandler m_onEvent;
@@ -111,6 +108,7 @@ private:
 
     mutable QMutex m_mutex;
     QWaitCondition m_changed;      // answers, the reading turn, the link
+    QWaitCondition m_monitorWake;  // no call waits any more, or closing
     QElapsedTimer m_clock;
     Link m_link = Link::Connecting;
     bool m_suspect = false;
@@ -120,16 +118,16 @@ private:
     qint64 m_lastHeardMs = 0;
     quint32 m_nextSequence = 0;
     quint32 m_pingSequence = 0;
+    qint64 m_nextPingMs = -1; // -1: nobody is pinging
     pid_t m_servicePid = 0;
     QHash<quint32, Pending> m_pending;
     // Calls between registering and giving up their entry (changed under
     // m_mutex; read by the monitor without it).
     std::atomic<int> m_callers{0};
 
-    // The socket and the monitor's wake-up (an eventfd); both stay open
-    // until close(), which waits for the reader and the writers.
+    // The socket; open until close(), which waits for the reader and the
+    // writers (and its shutdown ends the wait of whoever polls it).
     int m_fd = -1;
-    int m_wakeFd = -1;
     QMutex m_writeMutex;
     QByteArray m_unsent;
     psprotocol::FrameReader m_reader; // the reader's
