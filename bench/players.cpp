@@ -4,7 +4,9 @@
 
 #include <qorvicplayersession.h>
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QUrl>
+#include <QtMultimedia/QMediaService>
 #include <QtMultimedia/QMediaPlayer>
 
 namespace orvicbench {
@@ -64,11 +66,21 @@ private:
     std::atomic<double> m_settledAt{-1};
 };
 
-class StockPlayer : public BenchPlayer
+// A QMediaPlayer on whichever back end Qt picked: its GStreamer one
+// (stock), or ours when the worker preferred it (see makePlayer).
+class QtPlayer : public BenchPlayer
 {
 public:
-    StockPlayer()
+    // `streamDuration`: for a stream, the first duration counts as its
+    // metadata, as for the session (our back end has no map for a stream).
+    explicit QtPlayer(bool streamDuration = false)
     {
+        if (streamDuration) {
+            QObject::connect(&m_player, &QMediaPlayer::durationChanged, [this](qint64 duration) {
+                if (duration > 0 && metadataAt < 0)
+                    metadataAt = nowMs();
+            });
+        }
         QObject::connect(&m_player, &QMediaPlayer::mediaStatusChanged, [this](QMediaPlayer::MediaStatus status) {
             if (status == QMediaPlayer::LoadedMedia && preparedAt < 0)
                 preparedAt = nowMs();
@@ -98,9 +110,28 @@ public:
     bool isPaused() override { return m_player.state() == QMediaPlayer::PausedState; }
     bool openSettled() override { return errorAt >= 0 || (preparedAt >= 0 && metadataAt >= 0); }
 
+    // The class name of the back end's media service.
+    QByteArray backEnd() const
+    {
+        const QMediaService *service = m_player.service();
+        return service ? QByteArray(service->metaObject()->className()) : QByteArray();
+    }
+
 private:
     QMediaPlayer m_player;
 };
+
+// Our Qt Multimedia back end, from the build tree, ahead of Qt's own. Set
+// before the first QMediaPlayer: Qt reads both once per process.
+void preferOurBackEnd()
+{
+    static const bool done = [] {
+        qputenv("QT_MULTIMEDIA_PREFERRED_PLUGINS", "orvic");
+        QCoreApplication::addLibraryPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../plugins"));
+        return true;
+    }();
+    Q_UNUSED(done);
+}
 
 } // namespace
 
@@ -109,7 +140,18 @@ std::unique_ptr<BenchPlayer> makePlayer(const QString &name, bool network)
     if (name == QLatin1String("ours"))
         return std::make_unique<OurPlayer>(network);
     if (name == QLatin1String("stock"))
-        return std::make_unique<StockPlayer>();
+        return std::make_unique<QtPlayer>();
+    if (name == QLatin1String("qt")) {
+        preferOurBackEnd();
+        auto player = std::make_unique<QtPlayer>(network);
+        // Never measure Qt's own back end under our name.
+        if (!player->backEnd().startsWith("QOrvic")) {
+            emitNote(QStringLiteral("qt: QMediaPlayer picked \"%1\", not our back end")
+                             .arg(QString::fromLatin1(player->backEnd())));
+            return nullptr;
+        }
+        return player;
+    }
     return nullptr;
 }
 

@@ -35,10 +35,11 @@ public:
     std::atomic<double> errorAt{-1};
 };
 
-// "ours" or "stock"; nullptr for another name. A QMediaPlayer on the
-// library's own Qt Multimedia back end is a third player of this kind: its
-// rows then stand beside these (runner.cpp lists the players per set,
-// report.cpp the rows).
+// "ours" (the session), "stock" (QMediaPlayer on Qt's GStreamer back end)
+// or "qt" (QMediaPlayer on our Qt Multimedia back end, plugin
+// orvicmediaplayer of the build tree); nullptr for another name, or when
+// QMediaPlayer did not take our back end. runner.cpp lists the players per
+// set, report.cpp the rows.
 std::unique_ptr<BenchPlayer> makePlayer(const QString &name, bool network);
 
 // Opens `url` on `session` and waits (at most 15 s) until the open is over,

@@ -85,6 +85,21 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
     }
     m_rows.append({QStringLiteral("play"), QStringLiteral("play → playing (first position advance), MP4"), ms,
                    QStringLiteral("play/ours"), {stock, {QStringLiteral("play/stock")}}, 1.0});
+    // Our Qt Multimedia back end: QMediaPlayer on the session, against the
+    // same class on Qt's GStreamer back end (LoadedMedia is its "prepared").
+    const QString viaQt = QStringLiteral(", through QMediaPlayer (our Qt back end)");
+    for (const Medium &m : media) {
+        m_rows.append({QStringLiteral("qt_open_metadata.") + m.tag, QStringLiteral("open → metadata, ") + m.label + viaQt,
+                       ms, QStringLiteral("open_metadata.%1/qt").arg(m.tag),
+                       {stock, {QStringLiteral("open_metadata.%1/stock").arg(m.tag)}}, 0.8});
+    }
+    for (const Medium &m : media) {
+        m_rows.append({QStringLiteral("qt_open_loaded.") + m.tag, QStringLiteral("open → loaded, ") + m.label + viaQt,
+                       ms, QStringLiteral("open_prepared.%1/qt").arg(m.tag),
+                       {stock, {QStringLiteral("open_prepared.%1/stock").arg(m.tag)}}, 1.0});
+    }
+    m_rows.append({QStringLiteral("qt_play"), QStringLiteral("play → playing (first position advance), MP4") + viaQt, ms,
+                   QStringLiteral("play/qt"), {stock, {QStringLiteral("play/stock")}}, 1.0});
     m_rows.append({QStringLiteral("seek_playing"), QStringLiteral("seek while playing → running from the target, MP4"), ms,
                    QStringLiteral("seek_playing/ours"), {stock, {QStringLiteral("seek_playing/stock")}}, -1});
     m_rows.append({QStringLiteral("seek_paused"), QStringLiteral("seek while paused → position at the target, MP4"), ms,
@@ -97,7 +112,7 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
                    {QStringLiteral("bare queued signal there and back + bare socket request/answer"),
                     {QStringLiteral("floor_queued"), QStringLiteral("floor_socket")}}, 1.5});
     m_rows.append({QStringLiteral("engine_call"),
-                   QStringLiteral("(where it goes) bare engine call through psserver's engine thread, no client library"),
+                   QStringLiteral("(where it goes) bare position call through psserver's engine thread, no client library"),
                    us, QStringLiteral("engine_call"),
                    {QStringLiteral("bare request/answer on the service socket"), {QStringLiteral("floor_socket")}}, -1});
     m_rows.append({QStringLiteral("detect"), QStringLiteral("detectEncoding, tag-sized text (CPU time per call)"), us,

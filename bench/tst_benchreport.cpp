@@ -24,7 +24,8 @@ Samples completeSamples()
           "seek_paused/stock", "cmd_owner/ours", "cmd_other/ours", "floor_queued", "floor_socket", "engine_call",
           "detect/ours", "detect/uchardet", "recovery_kill/ours", "recovery_stop/ours", "concurrent_open.1/ours",
           "concurrent_open.4/ours", "concurrent_open.16/ours", "concurrent_cpu.1/ours", "concurrent_cpu.4/ours",
-          "concurrent_cpu.16/ours", "memory/ours", "memory/stock"})
+          "concurrent_cpu.16/ours", "memory/ours", "memory/stock", "open_metadata.mp3/qt",
+          "open_prepared.mp3/qt", "play/qt"})
         s[QString::fromLatin1(key)] = {10.0};
     return s;
 }
@@ -52,6 +53,8 @@ private Q_SLOTS:
     void sumOfFloors();
     void boundReference();
     void missingRows();
+    void qtBackEndRows_data();
+    void qtBackEndRows();
     void tableRowText();
 };
 
@@ -141,8 +144,32 @@ void tst_BenchReport::missingRows()
     s.remove("recovery_kill/ours");      // a row without a number
     s.remove("concurrent_cpu.1/ours");   // also the reference of two rows
     QCOMPARE(Report(s, kOneMedium).missingRows(),
-             QStringList({"open_prepared.mp3", "recovery_kill", "concurrent_cpu.1", "concurrent_cpu.4",
-                          "concurrent_cpu.16"}));
+             QStringList({"open_prepared.mp3", "qt_open_loaded.mp3", "recovery_kill", "concurrent_cpu.1",
+                          "concurrent_cpu.4", "concurrent_cpu.16"}));
+}
+
+// The Qt back end's rows: its own samples against the stock player's.
+void tst_BenchReport::qtBackEndRows_data()
+{
+    QTest::addColumn<QString>("removed");
+    QTest::addColumn<QString>("row");
+    QTest::newRow("metadata") << "open_metadata.mp3/qt" << "qt_open_metadata.mp3";
+    QTest::newRow("loaded") << "open_prepared.mp3/qt" << "qt_open_loaded.mp3";
+    QTest::newRow("play") << "play/qt" << "qt_play";
+}
+
+void tst_BenchReport::qtBackEndRows()
+{
+    QFETCH(QString, removed);
+    QFETCH(QString, row);
+    Samples s = completeSamples();
+    s.remove(removed);
+    QCOMPARE(Report(s, kOneMedium).missingRows(), QStringList{row});
+
+    s = completeSamples();
+    s[removed] = {30};
+    const QJsonObject r = ::row(Report(s, kOneMedium).json(), row);
+    QCOMPARE(r.value("ratio").toDouble(), 3.0);
 }
 
 void tst_BenchReport::tableRowText()

@@ -190,10 +190,10 @@ int socketFloor(int reps)
     return failures;
 }
 
-// Not a floor of the table: an engine call (the volume read) on a bare link
-// of its own, which goes through the service's engine thread as the
-// session's commands do; it tells the service's share of a command from
-// the client's.
+// Not a floor of the table: an engine call (the position read) on a bare
+// link of its own, which goes through the service's engine thread (stored
+// values such as the volume are answered by its socket thread); it tells
+// the cost of that hop from the client's share of a command.
 int bareEngineCalls(int reps)
 {
     BareLink link;
@@ -203,7 +203,7 @@ int bareEngineCalls(int reps)
     int failures = 0;
     for (int rep = -kWarmUps; rep < reps; ++rep) {
         const double t0 = nowMs();
-        if (!link.exchange(psprotocol::call(++sequence, pswire::OpGetVolume, {}))) {
+        if (!link.exchange(psprotocol::call(++sequence, pswire::OpGetPosition, {}))) {
             ++failures;
             continue;
         }

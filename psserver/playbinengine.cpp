@@ -125,6 +125,7 @@ bool PlaybinEngine::createPipeline()
     g_signal_connect(m_playbin, "about-to-finish", G_CALLBACK(&PlaybinEngine::onAboutToFinish), this);
     for (const char *signal : {"video-changed", "audio-changed", "text-changed"})
         g_signal_connect(m_playbin, signal, G_CALLBACK(&PlaybinEngine::onStreamsChanged), this);
+    m_hasPipeline = true;
     return true;
 }
 
@@ -132,6 +133,7 @@ void PlaybinEngine::destroyPipeline()
 {
     if (!m_playbin)
         return;
+    m_hasPipeline = false;
     // NULL joins the streaming threads: after it nothing calls back into us.
     gst_element_set_state(m_playbin, GST_STATE_NULL);
     g_signal_handlers_disconnect_by_data(m_playbin, this);
@@ -156,7 +158,7 @@ void PlaybinEngine::handleCall(quint32 sequence, quint32 operation, const QVaria
     QByteArray output;
     switch (operation) {
     case pswire::OpOpen:
-        result = m_playbin ? m_volume : int(pswire::ResultFailed);
+        result = m_playbin ? m_volume.load() : int(pswire::ResultFailed);
         break;
     case pswire::OpSetUrl:
         result = setUrl(arg(0).toString());
@@ -195,13 +197,13 @@ void PlaybinEngine::handleCall(quint32 sequence, quint32 operation, const QVaria
         result = setSpeed(arg(0).toDouble());
         break;
     case pswire::OpGetSpeed:
-        result = m_rate;
+        result = m_rate.load();
         break;
     case pswire::OpIsTrickPlaySupported:
         result = isPrepared() && m_seekable;
         break;
     case pswire::OpGetVolume:
-        result = m_volume;
+        result = m_volume.load();
         break;
     case pswire::OpChangeStream:
         result = changeStream(arg(0).toInt(), arg(1).toInt());
@@ -352,7 +354,7 @@ void PlaybinEngine::finishPrepare(int result)
         reportStreamCounts(false);
         setEngineState(SPPlayer::STATE_PREPARED);
         emitEvent(pswire::EvDurationChanged, {m_durationMs});
-        emitEvent(pswire::EvSeekableChanged, {m_seekable});
+        emitEvent(pswire::EvSeekableChanged, {m_seekable.load()});
         emitEvent(pswire::EvPrepared);
         // A subtitle file that gives nothing is news, not a failure.
         for (int notice : notices) {

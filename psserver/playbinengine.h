@@ -17,6 +17,9 @@
 
 #include <gst/gst.h>
 
+#include <atomic>
+#include <functional>
+
 #include <playback/spplayer.h>
 
 struct SinkConfig
@@ -45,6 +48,24 @@ public:
     // a preparation once the preroll ended).
     void handleCall(quint32 sequence, quint32 operation, const QVariantList &arguments);
 
+    // An answer from the values the engine keeps, for the service's socket
+    // thread: state, rate, volume and the on/off switches are read, and a
+    // volume is stored and queued for the pipeline writer. Only while no
+    // other call of the client is in the engine's hands (the pipeline is
+    // replaced only inside calls), so that none is overtaken. False: the call needs
+    // the engine thread. `events` are what the call announces, to be sent
+    // before the answer.
+    struct StoredAnswer
+    {
+        QVariant result;
+        QByteArray output;
+        QList<QPair<quint32, QVariantList>> events;
+        // To run once the answer is out (the pipeline write of a volume):
+        // the client need not wait for the writer thread to be woken.
+        std::function<void()> afterwards;
+    };
+    bool answerFromStore(quint32 operation, const QVariantList &arguments, StoredAnswer *answer);
+
 Q_SIGNALS:
     void replyReady(quint32 sequence, const QVariant &result, const QByteArray &output);
     void eventReady(quint32 event, const QVariantList &arguments);
@@ -70,6 +91,7 @@ private:
     int changeStream(int type, int index);
     int currentStream(int type) const;
     int setStreamVolume(int volume);
+    void writeVolume(int volume);
     int setParameter(const QByteArray &key, const QByteArray &value);
     int getParameter(const QByteArray &key, QByteArray *output) const;
     int subtitleLanguage(int index, QByteArray *output) const;
@@ -118,17 +140,19 @@ private:
     GstElement *m_playbin = nullptr;
     GstElement *m_textSink = nullptr;
 
-    State m_state = playback::SPPlayer::STATE_IDLE;
+    // Read by the socket thread too (answerFromStore).
+    std::atomic<State> m_state{playback::SPPlayer::STATE_IDLE};
     QString m_uri;
     bool m_network = false;
-    bool m_seekable = false;
+    std::atomic<bool> m_seekable{false};
     qint64 m_durationMs = 0;
     qint64 m_lastPositionMs = 0;
-    double m_rate = 1.0;
-    int m_volume = 100;
-    bool m_subtitleOn = false;
-    bool m_videoOn = true;
-    bool m_audioOn = true;
+    std::atomic<double> m_rate{1.0};
+    std::atomic<int> m_volume{100};
+    std::atomic<bool> m_subtitleOn{false};
+    std::atomic<bool> m_videoOn{true};
+    std::atomic<bool> m_audioOn{true};
+    std::atomic<bool> m_hasPipeline{false};
     int m_bufferingPercent = -1; // last reported
     QElapsedTimer m_bufferingReported;
     QList<int> m_noticesSent;

@@ -98,11 +98,18 @@ int PlaybinEngine::setStreamVolume(int volume)
     if (volume < 0 || volume > 100)
         return pswire::ResultInvalidArgument;
     m_volume = volume;
+    writeVolume(volume);
+    emitEvent(pswire::EvVolumeChanged, {volume});
+    return pswire::ResultOk;
+}
+
+void PlaybinEngine::writeVolume(int volume)
+{
+    if (!m_playbin)
+        return;
     m_writer.post(m_playbin, [volume](GstElement *playbin) {
         g_object_set(playbin, "volume", volume / 100.0, nullptr);
     });
-    emitEvent(pswire::EvVolumeChanged, {volume});
-    return pswire::ResultOk;
 }
 
 void PlaybinEngine::applyPlayFlag(GstElement *playbin, int flag, bool on)

@@ -120,7 +120,7 @@ void PlaybinEngine::seekSettled()
     // A new rate is news once playback runs at it.
     if (m_speedPending) {
         m_speedPending = false;
-        emitEvent(pswire::EvSpeedChanged, {m_rate});
+        emitEvent(pswire::EvSpeedChanged, {m_rate.load()});
     }
     updateSubtitle();
 }

@@ -32,6 +32,7 @@ void ClientConnection::endEngine(bool wait)
     m_engine->deleteLater();
     m_engine = nullptr;
     m_engineThread = nullptr;
+    m_inFlight = 0;
     thread->quit();
     if (wait) {
         thread->wait();
@@ -47,6 +48,7 @@ void ClientConnection::readFrames()
     const QList<psprotocol::Frame> frames = m_reader.read(m_socket, &ok);
     for (const psprotocol::Frame &frame : frames)
         handleFrame(frame);
+    flushAnswers();
     if (!ok) {
         qWarning("dropping a client that broke the framing");
         m_socket->abort();
@@ -62,6 +64,19 @@ void ClientConnection::handleFrame(const psprotocol::Frame &frame)
     case pswire::FrameCall: {
         ensureEngine();
         PlaybinEngine *engine = m_engine;
+        PlaybinEngine::StoredAnswer stored;
+        if (m_inFlight == 0 && engine->answerFromStore(frame.code, frame.arguments, &stored)) {
+            for (const auto &event : stored.events)
+                send(psprotocol::event(pswire::Event(event.first), event.second));
+            send(psprotocol::reply(frame.sequence, stored.result, stored.output));
+            if (stored.afterwards) {
+                // Still before any later call of this client reaches the engine.
+                flushAnswers();
+                stored.afterwards();
+            }
+            break;
+        }
+        ++m_inFlight;
         QMetaObject::invokeMethod(engine, [engine, frame] {
             engine->handleCall(frame.sequence, frame.code, frame.arguments);
         }, Qt::QueuedConnection);
@@ -82,13 +97,25 @@ void ClientConnection::ensureEngine()
     m_engine->moveToThread(m_engineThread);
     connect(m_engine, &PlaybinEngine::replyReady, this,
             [this](quint32 sequence, const QVariant &result, const QByteArray &output) {
+                if (m_inFlight > 0)
+                    --m_inFlight;
                 send(psprotocol::reply(sequence, result, output));
+                flushAnswers();
             });
     connect(m_engine, &PlaybinEngine::eventReady, this,
             [this](quint32 event, const QVariantList &arguments) {
                 send(psprotocol::event(pswire::Event(event), arguments));
             });
     m_engineThread->start();
+}
+
+// A written frame otherwise waits for the next pass of the event loop; an
+// answer (with the events before it, in the same write) goes out at once.
+// Events alone keep going out with that pass, several in one write.
+void ClientConnection::flushAnswers()
+{
+    if (m_socket->state() == QLocalSocket::ConnectedState)
+        m_socket->flush();
 }
 
 void ClientConnection::send(const psprotocol::Frame &frame)

@@ -35,12 +35,17 @@ private:
     void handleFrame(const psprotocol::Frame &frame);
     void ensureEngine();
     void send(const psprotocol::Frame &frame);
+    void flushAnswers();
 
     QLocalSocket *m_socket;
     SinkConfig m_sinks;
     psprotocol::FrameReader m_reader;
     PlaybinEngine *m_engine = nullptr;
     QThread *m_engineThread = nullptr;
+    // Calls handed to the engine thread and not answered yet. Only while
+    // there are none does the socket thread answer calls itself: an answer
+    // never overtakes an earlier call's.
+    int m_inFlight = 0;
 };
 
 class Server : public QObject

@@ -33,7 +33,7 @@ bash scripts/install-deps.sh --bench
 build=build
 cmake -S . -B "$build" -G Ninja >/dev/null
 # orvic-bench-micro exists because install-deps.sh --bench installed Google Benchmark.
-targets=(orvic-bench orvic-bench-micro psserver orvic-id3writer)
+targets=(orvic-bench orvic-bench-micro psserver orvic-id3writer orvicmediaplayer)
 cmake --build "$build" -j2 --target "${targets[@]}"
 
 # Media: the project's samples, and the same contents in the other

@@ -138,8 +138,13 @@ Frame event(pswire::Event event, const QVariantList &arguments)
 
 QList<Frame> FrameReader::read(QIODevice *device, bool *ok)
 {
+    return read(device->readAll(), ok);
+}
+
+QList<Frame> FrameReader::read(const QByteArray &bytes, bool *ok)
+{
     *ok = true;
-    m_buffer.append(device->readAll());
+    m_buffer.append(bytes);
     QList<Frame> frames;
     int offset = 0;
     while (m_buffer.size() - offset >= 4) {

@@ -39,6 +39,8 @@ class FrameReader
 {
 public:
     QList<Frame> read(QIODevice *device, bool *ok);
+    // The same for bytes the caller read from the socket itself.
+    QList<Frame> read(const QByteArray &bytes, bool *ok);
 
 private:
     QByteArray m_buffer;

@@ -29,10 +29,14 @@ public:
 
     void push(quint32 event, const QVariantList &arguments)
     {
-        QMutexLocker lock(&m_state->mutex);
-        if (m_state->stopping)
-            return;
-        m_state->queue.append(Item{event, arguments});
+        {
+            QMutexLocker lock(&m_state->mutex);
+            if (m_state->stopping)
+                return;
+            m_state->queue.append(Item{event, arguments});
+        }
+        // Outside the lock: woken inside, the thread would only wake to
+        // wait for the lock.
         m_state->wake.wakeOne();
     }
 
@@ -330,7 +334,8 @@ int ClientPlayer::getSubtitleLanguage(int index, char *language)
     return result;
 }
 
-// Runs on the connection's thread: remember, then queue for the engine thread.
+// Runs on the thread reading the service's socket: remember, then queue for
+// the engine thread.
 void ClientPlayer::onEvent(quint32 event, const QVariantList &arguments)
 {
     {

@@ -1,157 +1,85 @@
 #include "serviceconnection.h"
 
 #include <hostruntime.h>
-#include <psprotocol.h>
 
 #include <QtCore/QMutexLocker>
-#include <QtCore/QThread>
-#include <QtCore/QTimer>
-#include <QtNetwork/QLocalSocket>
 
+#include <cerrno>
+#include <climits>
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace hostplayback {
 
-// The socket side; lives on the connection's thread.
-class ConnectionWorker : public QObject
-{
-public:
-    explicit ConnectionWorker(ServiceConnection *owner) : m_owner(owner) {}
-
-    void start(const std::string &runtimeDir, int timeoutMs)
-    {
-        m_socket = new QLocalSocket(this);
-        m_pingTimer = new QTimer(this);
-        m_pingTimer->setInterval(ServiceConnection::kPingIntervalMs);
-        connect(m_pingTimer, &QTimer::timeout, this, &ConnectionWorker::ping);
-        connect(m_socket, &QLocalSocket::disconnected, this, &ConnectionWorker::lost);
-        connect(m_socket, &QLocalSocket::errorOccurred, this, [this] {
-            if (m_socket->state() == QLocalSocket::UnconnectedState)
-                lost();
-        });
-        connect(m_socket, &QLocalSocket::readyRead, this, &ConnectionWorker::read);
-        // The service's socket name is abstract, which QLocalSocket of Qt 5
-        // cannot address: the socket is connected here and handed over.
-        const int fd = hostruntime::connectToServiceSocket(runtimeDir, timeoutMs);
-        if (fd < 0 || !m_socket->setSocketDescriptor(fd, QLocalSocket::ConnectedState)) {
-            if (fd >= 0)
-                ::close(fd);
-            lost();
-            return;
-        }
-        m_owner->linkChanged(ServiceConnection::Link::Connected);
-    }
-
-    void send(const QByteArray &bytes)
-    {
-        if (!m_socket || m_socket->state() != QLocalSocket::ConnectedState)
-            return;
-        m_socket->write(bytes);
-        if (!m_pingTimer->isActive())
-            m_pingTimer->start();
-    }
-
-    void shutdown()
-    {
-        if (!m_socket)
-            return;
-        disconnect(m_socket, nullptr, this, nullptr);
-        m_socket->abort();
-        m_pingTimer->stop();
-        delete m_socket;
-        m_socket = nullptr;
-    }
-
-private:
-    // While a call waits (or the service is thought frozen) the service is
-    // pinged, so that a live service is always heard from in time.
-    void ping()
-    {
-        if (!m_owner->needsPinging()) {
-            m_pingTimer->stop();
-            return;
-        }
-        if (m_socket && m_socket->state() == QLocalSocket::ConnectedState)
-            m_socket->write(psprotocol::encode(psprotocol::ping(++m_pingSequence)));
-    }
-
-    void read()
-    {
-        bool ok = true;
-        const QList<psprotocol::Frame> frames = m_reader.read(m_socket, &ok);
-        if (!frames.isEmpty())
-            m_owner->heard();
-        for (const psprotocol::Frame &frame : frames) {
-            if (frame.kind == pswire::FrameReply)
-                m_owner->answered(frame.sequence, frame.result, frame.output);
-            else if (frame.kind == pswire::FrameEvent && m_owner->m_onEvent)
-                m_owner->m_onEvent(frame.code, frame.arguments);
-        }
-        if (!ok)
-            m_socket->abort(); // a service that breaks the framing is not trusted further
-    }
-
-    void lost()
-    {
-        m_pingTimer->stop();
-        m_owner->linkChanged(ServiceConnection::Link::Closed);
-    }
-
-    ServiceConnection *m_owner;
-    QLocalSocket *m_socket = nullptr;
-    QTimer *m_pingTimer = nullptr;
-    psprotocol::FrameReader m_reader;
-    quint32 m_pingSequence = 0;
-};
+namespace {
+// What one read takes from the socket at most; a larger backlog is read on
+// the next turn.
+const int kReadChunk = 16384;
+} // namespace
 
 ServiceConnection::ServiceConnection(EventHandler onEvent, CloseHandler onClosed)
     : m_onEvent(std::move(onEvent)),
-      m_onClosed(std::move(onClosed)),
-      m_thread(new QThread),
-      m_worker(new ConnectionWorker(this))
+      m_onClosed(std::move(onClosed))
 {
     m_clock.start();
-    m_thread->setObjectName(QStringLiteral("psclient"));
-    m_worker->moveToThread(m_thread);
-    m_thread->start();
 }
 
 ServiceConnection::~ServiceConnection()
 {
     close();
-    delete m_worker;
-    delete m_thread;
-}
-
-void ServiceConnection::close()
-{
-    if (m_thread->isFinished())
-        return;
-    {
-        QMutexLocker lock(&m_mutex);
-        m_link = Link::Closed;
-        m_changed.wakeAll();
-    }
-    ConnectionWorker *worker = m_worker;
-    QMetaObject::invokeMethod(worker, [worker] {
-        worker->shutdown();
-        QThread::currentThread()->quit();
-    }, Qt::QueuedConnection);
-    m_thread->wait();
 }
 
 bool ServiceConnection::open(const std::string &runtimeDir, int timeoutMs)
 {
-    ConnectionWorker *worker = m_worker;
-    QMetaObject::invokeMethod(worker, [worker, runtimeDir, timeoutMs] { worker->start(runtimeDir, timeoutMs); },
-                              Qt::QueuedConnection);
-    QMutexLocker lock(&m_mutex);
-    const qint64 deadline = now() + timeoutMs;
-    while (m_link == Link::Connecting && now() < deadline)
-        m_changed.wait(&m_mutex, ulong(deadline - now()));
-    if (m_link == Link::Connecting)
-        m_link = Link::Closed; // too late: a connection that comes after this is not used
-    return m_link == Link::Connected;
+    const int fd = hostruntime::connectToServiceSocket(runtimeDir, timeoutMs);
+    if (fd < 0 || ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK) < 0) {
+        if (fd >= 0)
+            ::close(fd);
+        linkChanged(Link::Closed);
+        return false;
+    }
+    {
+        QMutexLocker lock(&m_mutex);
+        if (m_stopping) {
+            ::close(fd);
+            return false;
+        }
+        m_fd = fd;
+    }
+    linkChanged(Link::Connected);
+    m_monitor = std::thread(&ServiceConnection::monitor, this);
+    return true;
+}
+
+void ServiceConnection::close()
+{
+    {
+        QMutexLocker lock(&m_mutex);
+        if (m_stopping)
+            return;
+        m_stopping = true;
+        m_link = Link::Closed;
+        m_changed.wakeAll();
+        m_monitorWake.wakeAll();
+        // Ends the wait of whoever reads the socket.
+        if (m_fd >= 0)
+            ::shutdown(m_fd, SHUT_RDWR);
+    }
+    if (m_monitor.joinable())
+        m_monitor.join();
+    {
+        QMutexLocker lock(&m_mutex);
+        while (m_reading)
+            m_changed.wait(&m_mutex);
+    }
+    QMutexLocker writeLock(&m_writeMutex);
+    if (m_fd >= 0)
+        ::close(m_fd);
+    m_fd = -1;
+    m_unsent.clear();
 }
 
 ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
@@ -171,10 +99,16 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
         ++m_nextSequence;
     const quint32 sequence = m_nextSequence;
     m_pending.insert(sequence, Pending());
+    ++m_callers;
     const qint64 sent = now();
-    const QByteArray bytes = psprotocol::encode(psprotocol::call(sequence, operation, arguments));
-    ConnectionWorker *worker = m_worker;
-    QMetaObject::invokeMethod(worker, [worker, bytes] { worker->send(bytes); }, Qt::QueuedConnection);
+    // While calls wait, the service is pinged (by the callers: the monitor
+    // stays away from the socket then), so that a live service is always
+    // heard from in time.
+    if (m_nextPingMs < 0)
+        m_nextPingMs = sent + kPingIntervalMs;
+    lock.unlock();
+    send(psprotocol::encode(psprotocol::call(sequence, operation, arguments)));
+    lock.relock();
 
     for (;;) {
         const Pending &pending = m_pending[sequence];
@@ -219,10 +153,41 @@ ServiceConnection::Answer ServiceConnection::call(pswire::Operation operation,
             if (stopped)
                 continue; // answered meanwhile
         }
-        const qint64 nextCheck = qMax(t, silentSince) + kStoppedCheckMs;
-        m_changed.wait(&m_mutex, ulong(qMax<qint64>(1, qMin(qMin(silentUntil, limitUntil), nextCheck) - t)));
+        if (t >= m_nextPingMs) {
+            const quint32 ping = ++m_pingSequence;
+            m_nextPingMs = t + kPingIntervalMs;
+            lock.unlock();
+            send(psprotocol::encode(psprotocol::ping(ping)));
+            lock.relock();
+            continue;
+        }
+        const qint64 nextCheck = qMin(qMax(t, silentSince) + kStoppedCheckMs, m_nextPingMs);
+        const qint64 waitMs = qMax<qint64>(1, qMin(qMin(silentUntil, limitUntil), nextCheck) - t);
+        if (m_reading) {
+            // Another thread reads; it hands over the answer or the turn.
+            m_changed.wait(&m_mutex, ulong(waitMs));
+            continue;
+        }
+        m_reading = true;
+        lock.unlock();
+        pollAndRead(int(waitMs));
+        lock.relock();
+        m_reading = false;
+        if (m_pending.size() > 1) {
+            lock.unlock();
+            m_changed.wakeAll(); // the turn is free for another caller
+            lock.relock();
+        }
     }
     m_pending.remove(sequence);
+    const bool last = --m_callers == 0;
+    if (last)
+        m_nextPingMs = -1; // the monitor pings on while the service is thought frozen
+    lock.unlock();
+    // Outside the lock: woken while it is held, the monitor would only wake
+    // to wait for it.
+    if (last)
+        m_monitorWake.wakeAll(); // the socket is the monitor's to watch again
     return answer;
 }
 
@@ -258,34 +223,223 @@ void ServiceConnection::linkChanged(Link link)
         m_lastHeardMs = now();
         m_changed.wakeAll();
     }
-    if (lost && m_onClosed)
+    if (!lost)
+        return;
+    m_monitorWake.wakeAll();
+    if (m_onClosed)
         m_onClosed();
 }
 
 void ServiceConnection::heard()
 {
-    QMutexLocker lock(&m_mutex);
-    m_lastHeardMs = now();
-    m_suspect = false;
+    {
+        QMutexLocker lock(&m_mutex);
+        m_lastHeardMs = now();
+        m_suspect = false;
+    }
     m_changed.wakeAll();
 }
 
 void ServiceConnection::answered(quint32 sequence, const QVariant &result, const QByteArray &output)
 {
-    QMutexLocker lock(&m_mutex);
-    const auto it = m_pending.find(sequence);
-    if (it == m_pending.end())
-        return; // its caller gave up waiting
-    it->answered = true;
-    it->result = result;
-    it->output = output;
+    {
+        QMutexLocker lock(&m_mutex);
+        const auto it = m_pending.find(sequence);
+        if (it == m_pending.end())
+            return; // its caller gave up waiting
+        it->answered = true;
+        it->result = result;
+        it->output = output;
+    }
     m_changed.wakeAll();
 }
 
-bool ServiceConnection::needsPinging() const
+short ServiceConnection::pollSocket(int timeoutMs)
 {
+    pollfd fd = {m_fd, short(POLLIN | (hasUnsent() ? POLLOUT : 0)), 0};
+    if (::poll(&fd, 1, timeoutMs) <= 0)
+        return 0; // nothing came, or a signal: the monitor looks again
+    return fd.revents;
+}
+
+void ServiceConnection::pollAndRead(int timeoutMs)
+{
+    pollfd fd = {m_fd, short(POLLIN | (hasUnsent() ? POLLOUT : 0)), 0};
+    if (::poll(&fd, 1, timeoutMs) <= 0)
+        return; // nothing came, or a signal: the caller looks again
+    if (fd.revents & POLLOUT)
+        flushUnsent();
+    if (fd.revents & (POLLIN | POLLHUP | POLLERR))
+        readAvailable();
+}
+
+void ServiceConnection::readAvailable()
+{
+    QByteArray bytes;
+    bool ended = false;
+    char chunk[kReadChunk];
+    for (;;) {
+        const ssize_t n = ::recv(m_fd, chunk, sizeof chunk, MSG_DONTWAIT);
+        if (n > 0) {
+            bytes.append(chunk, int(n));
+            if (n < ssize_t(sizeof chunk))
+                break; // all there was
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            break;
+        ended = true; // end of stream or a broken link
+        break;
+    }
+    if (!bytes.isEmpty()) {
+        bool ok = true;
+        const QList<psprotocol::Frame> frames = m_reader.read(bytes, &ok);
+        if (!frames.isEmpty())
+            heard();
+        for (const psprotocol::Frame &frame : frames) {
+            if (frame.kind == pswire::FrameReply)
+                answered(frame.sequence, frame.result, frame.output);
+            else if (frame.kind == pswire::FrameEvent && m_onEvent)
+                m_onEvent(frame.code, frame.arguments);
+        }
+        if (!ok) {
+            // A service that breaks the framing is not trusted further.
+            ::shutdown(m_fd, SHUT_RDWR);
+            ended = true;
+        }
+    }
+    if (ended)
+        lose();
+}
+
+void ServiceConnection::lose()
+{
+    linkChanged(Link::Closed);
+}
+
+bool ServiceConnection::send(const QByteArray &bytes)
+{
+    QMutexLocker lock(&m_writeMutex);
+    if (m_fd < 0)
+        return false;
+    if (!m_unsent.isEmpty()) {
+        m_unsent.append(bytes); // behind what waits, in order
+        return true;
+    }
+    const char *data = bytes.constData();
+    qint64 left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::send(m_fd, data, size_t(left), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n >= 0) {
+            data += n;
+            left -= n;
+            continue;
+        }
+        if (errno == EINTR)
+            continue;
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            // The service does not take more now (it may be frozen): the
+            // rest goes out when the socket has room; a waiting caller's
+            // poll or the monitor's sees to it.
+            // The caller's own wait watches for room; the monitor looks at
+            // its next wait (a caller leaving wakes it).
+            m_unsent = QByteArray(data, int(left));
+            return true;
+        }
+        lock.unlock();
+        lose();
+        return false;
+    }
+    return true;
+}
+
+void ServiceConnection::flushUnsent()
+{
+    QMutexLocker lock(&m_writeMutex);
+    while (m_fd >= 0 && !m_unsent.isEmpty()) {
+        const ssize_t n = ::send(m_fd, m_unsent.constData(), size_t(m_unsent.size()),
+                                 MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n >= 0) {
+            m_unsent.remove(0, int(n));
+            continue;
+        }
+        if (errno == EINTR)
+            continue;
+        if (errno == EAGAIN || errno == EWOULDBLOCK)
+            return;
+        lock.unlock();
+        lose();
+        return;
+    }
+}
+
+bool ServiceConnection::hasUnsent()
+{
+    QMutexLocker lock(&m_writeMutex);
+    return !m_unsent.isEmpty();
+}
+
+// Reads the events while no call waits, and pings the service while a call
+// waits or the service is thought frozen, so that a live service is always
+// heard from in time.
+void ServiceConnection::monitor()
+{
+    pthread_setname_np(pthread_self(), "psclient");
     QMutexLocker lock(&m_mutex);
-    return m_link == Link::Connected && (m_suspect || !m_pending.isEmpty());
+    while (!m_stopping && m_link == Link::Connected) {
+        // While calls wait, their callers read the socket and ping: the
+        // monitor then sleeps away from it (the last caller out wakes it),
+        // so an answer wakes its caller and nobody else.
+        if (m_callers.load() > 0) {
+            m_monitorWake.wait(&m_mutex);
+            continue;
+        }
+        // A service thought frozen is pinged until it answers again.
+        int untilPing = -1;
+        if (m_suspect) {
+            const qint64 t = now();
+            if (m_nextPingMs < 0)
+                m_nextPingMs = t + kPingIntervalMs;
+            if (t >= m_nextPingMs) {
+                const quint32 sequence = ++m_pingSequence;
+                m_nextPingMs = t + kPingIntervalMs;
+                lock.unlock();
+                send(psprotocol::encode(psprotocol::ping(sequence)));
+                lock.relock();
+                continue;
+            }
+            untilPing = int(qMax<qint64>(1, m_nextPingMs - t));
+        } else {
+            m_nextPingMs = -1;
+        }
+        // Waits for the socket without the reading turn, so that a call
+        // never waits for the monitor to give it up; the turn is taken only
+        // to read what came, without blocking.
+        lock.unlock();
+        const short ready = pollSocket(untilPing);
+        if (!ready || m_callers.load() > 0) {
+            lock.relock();
+            continue;
+        }
+        lock.relock();
+        if (m_reading || !m_pending.isEmpty())
+            continue;
+        m_reading = true;
+        lock.unlock();
+        if (ready & POLLOUT)
+            flushUnsent();
+        if (ready & (POLLIN | POLLHUP | POLLERR))
+            readAvailable();
+        lock.relock();
+        m_reading = false;
+        if (!m_pending.isEmpty()) {
+            lock.unlock();
+            m_changed.wakeAll(); // the turn is free for a caller that came meanwhile
+            lock.relock();
+        }
+    }
 }
 
 } // namespace hostplayback

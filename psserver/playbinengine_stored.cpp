@@ -1,0 +1,61 @@
+// The calls the service's socket thread answers itself from the values the
+// engine keeps: a volume command or a getter of a stored value is answered
+// without the hop to the engine thread and back.
+#include "playbinengine.h"
+#include "playbinengine_p.h"
+#include "pswire.h"
+
+using namespace playbinengine;
+
+bool PlaybinEngine::answerFromStore(quint32 operation, const QVariantList &arguments, StoredAnswer *answer)
+{
+    // Without a pipeline the engine thread gives the failure.
+    if (!m_hasPipeline)
+        return false;
+    switch (operation) {
+    case pswire::OpGetState:
+        answer->result = int(m_state.load());
+        return true;
+    case pswire::OpGetSpeed:
+        answer->result = m_rate.load();
+        return true;
+    case pswire::OpIsTrickPlaySupported:
+        answer->result = isPrepared() && m_seekable;
+        return true;
+    case pswire::OpGetVolume:
+        answer->result = m_volume.load();
+        return true;
+    case pswire::OpGetParameter: {
+        const QByteArray key = arguments.value(1).toByteArray();
+        bool on;
+        if (key == "get-subtitle-onoff")
+            on = m_subtitleOn;
+        else if (key == "get-video-onoff")
+            on = m_videoOn;
+        else if (key == "get-audio-onoff")
+            on = m_audioOn;
+        else
+            return false; // counted from the pipeline
+        answer->result = int(pswire::ResultOk);
+        answer->output = intBytes(on);
+        return true;
+    }
+    case pswire::OpSetStreamVolume: {
+        const int volume = arguments.value(0).toInt();
+        if (volume < 0 || volume > 100) {
+            answer->result = int(pswire::ResultInvalidArgument);
+            return true;
+        }
+        m_volume = volume;
+        // No call is in the engine's hands, so the pipeline is not being
+        // replaced: the write joins the writer's queue behind the writes of
+        // the calls before it and ahead of those after it.
+        answer->afterwards = [this, volume] { writeVolume(volume); };
+        answer->events.append(qMakePair(quint32(pswire::EvVolumeChanged), QVariantList{volume}));
+        answer->result = int(pswire::ResultOk);
+        return true;
+    }
+    default:
+        return false;
+    }
+}
