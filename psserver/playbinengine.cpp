@@ -1,4 +1,5 @@
 #include "playbinengine.h"
+#include "videoout.h"
 #include "playbinengine_p.h"
 #include "errormap.h"
 #include "pswire.h"
@@ -107,9 +108,11 @@ bool PlaybinEngine::createPipeline()
         };
         gst_app_sink_set_callbacks(GST_APP_SINK(m_textSink), &callbacks, this, nullptr);
     }
+    // A client's video channel, when one is attached, else the configured sink.
+    GstElement *videoSink = makeVideoSink();
     g_object_set(m_playbin,
                  "audio-sink", makeSink(m_sinks.audioSink),
-                 "video-sink", makeSink(m_sinks.videoSink),
+                 "video-sink", videoSink ? videoSink : makeSink(m_sinks.videoSink),
                  "volume", m_volume / 100.0,
                  "mute", !m_audioOn,
                  nullptr);
@@ -134,6 +137,8 @@ void PlaybinEngine::destroyPipeline()
         return;
     // NULL joins the streaming threads: after it nothing calls back into us.
     gst_element_set_state(m_playbin, GST_STATE_NULL);
+    if (m_videoOut)
+        m_videoOut->sendStopped();
     g_signal_handlers_disconnect_by_data(m_playbin, this);
     GstBus *bus = gst_element_get_bus(m_playbin);
     gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);

@@ -19,6 +19,10 @@
 
 #include <playback/spplayer.h>
 
+#include <memory>
+
+class VideoOutChannel;
+
 struct SinkConfig
 {
     // gst-launch descriptions; empty means a synchronised fakesink.
@@ -73,6 +77,9 @@ private:
     int setParameter(const QByteArray &key, const QByteArray &value);
     int getParameter(const QByteArray &key, QByteArray *output) const;
     int subtitleLanguage(int index, QByteArray *output) const;
+    // Video to a client's channel (videoout_engine.cpp).
+    int attachVideoOut(const QByteArray &token);
+    GstElement *makeVideoSink();
 
     void finishPrepare(int result);
     void checkPrerollProgress();
@@ -117,6 +124,7 @@ private:
     PipelineWriter m_writer;
     GstElement *m_playbin = nullptr;
     GstElement *m_textSink = nullptr;
+    std::shared_ptr<VideoOutChannel> m_videoOut;
 
     State m_state = playback::SPPlayer::STATE_IDLE;
     QString m_uri;
