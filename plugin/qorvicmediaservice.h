@@ -8,6 +8,7 @@ class QOrvicPlayerControl;
 class QOrvicMetaDataControl;
 class QOrvicStreamsControl;
 class QOrvicAvailabilityControl;
+class QOrvicVideoRendererControl;
 
 // The media player service of one QMediaPlayer: one session, its thread,
 // and the controls that translate between the two.
@@ -27,6 +28,9 @@ public:
 
 private:
     QOrvicSessionLink *m_link;
+#if ORVIC_HOST_VIDEO
+    QOrvicVideoRendererControl *m_renderer;
+#endif
     QOrvicPlayerControl *m_player;
     QOrvicMetaDataControl *m_metaData;
     QOrvicStreamsControl *m_streams;

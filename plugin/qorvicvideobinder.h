@@ -1,0 +1,71 @@
+#ifndef QORVICVIDEOBINDER_H
+#define QORVICVIDEOBINDER_H
+
+#include <hostplayback/videoout.h>
+
+#include <QtCore/QMutex>
+#include <QtCore/QObject>
+#include <QtCore/QPointer>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+class QOrvicPlayerSession;
+class QOrvicVideoRendererControl;
+
+// Receives the frames of psserver on the channel's thread and hands them,
+// as QVideoFrames without a copy, to the renderer control's thread.
+class QOrvicVideoFrameSink : public hostplayback::VideoReceiver
+{
+public:
+    // Null: the control is going; nothing is handed on from now on.
+    void setTarget(QOrvicVideoRendererControl *target);
+
+    void frameArrived(const std::shared_ptr<const hostplayback::VideoFrame> &frame) override;
+    void playbackStopped() override;
+    void channelLost() override;
+
+    // Whether the channel was lost since the last call.
+    bool takeLost() { return m_lost.exchange(false); }
+
+private:
+    QMutex m_mutex;
+    QOrvicVideoRendererControl *m_target = nullptr;
+    std::atomic<bool> m_lost{false};
+};
+
+// On the session host's thread: keeps the surface's frame sink attached to
+// the session's current engine player. The session replaces its engine when
+// it recovers from a dead service; the host checks on every tick and before
+// every open, and a new engine gets attached again.
+class QOrvicVideoBinder : public QObject
+{
+    Q_OBJECT
+public:
+    explicit QOrvicVideoBinder(QObject *parent = nullptr);
+    ~QOrvicVideoBinder() override;
+
+    void setSession(QOrvicPlayerSession *session);
+    // The sink and the formats the surface takes (none: detach).
+    void setReceiver(const std::shared_ptr<QOrvicVideoFrameSink> &sink,
+                     const std::vector<hostplayback::VideoPixelFormat> &formats);
+    void check();
+
+Q_SIGNALS:
+    // The engine refused the attachment (its error number).
+    void attachFailed(int error);
+
+private:
+    void detach();
+
+    QOrvicPlayerSession *m_session = nullptr;
+    std::shared_ptr<QOrvicVideoFrameSink> m_sink;
+    std::vector<hostplayback::VideoPixelFormat> m_formats;
+    // After the sink: goes first, ending the callbacks into it.
+    std::unique_ptr<hostplayback::VideoAttachment> m_attachment;
+    playback::SPPlayer *m_player = nullptr;
+    int m_lastError = 0;
+};
+
+#endif // QORVICVIDEOBINDER_H
