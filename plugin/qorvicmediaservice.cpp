@@ -62,7 +62,7 @@ QMediaControl *QOrvicMediaService::requestControl(const char *name)
         return m_renderer;
     // One probe control per QVideoProbe, released by it.
     if (qstrcmp(name, QMediaVideoProbeControl_iid) == 0)
-        return new QOrvicVideoProbeControl(m_renderer, this);
+        return new QOrvicVideoProbeControl(m_renderer->presenter(), this);
 #endif
     return nullptr;
 }

@@ -2,7 +2,7 @@
 
 #include <cutils/properties.h>
 #if ORVIC_HOST_VIDEO
-#include "qorvicvideobinder.h"
+#include "videoout/qorvicvideobinder.h"
 #endif
 
 #include <QtCore/QElapsedTimer>

@@ -1,22 +1,17 @@
 #ifndef QORVICVIDEORENDERERCONTROL_H
 #define QORVICVIDEORENDERERCONTROL_H
 
-#include <QtCore/QList>
 #include <QtCore/QPointer>
 #include <QtMultimedia/QMediaVideoProbeControl>
 #include <QtMultimedia/QVideoRendererControl>
-#include <QtMultimedia/QVideoSurfaceFormat>
-
-#include <memory>
 
 class QOrvicSessionLink;
-class QOrvicVideoFrameSink;
-class QOrvicVideoProbeControl;
+class QOrvicVideoPresenter;
 
 // QVideoRendererControl: psserver's frames on the application's surface
-// (QVideoWidget, QGraphicsVideoItem, QML VideoOutput). The surface is
-// started with the frames' format and restarted when their size or format
-// changes; stop, unload and a new medium stop it.
+// (QVideoWidget, QGraphicsVideoItem, QML VideoOutput), set or unset at any
+// time. The frames reach this process through the session's engine player,
+// to which the session host's video binder attaches the presenter's sink.
 class QOrvicVideoRendererControl : public QVideoRendererControl
 {
     Q_OBJECT
@@ -27,27 +22,15 @@ public:
     QAbstractVideoSurface *surface() const override;
     void setSurface(QAbstractVideoSurface *surface) override;
 
-    // On this control's thread.
-    void presentFrame(const QVideoFrame &frame);
-    void stopSurface();
-
-    void addProbe(QOrvicVideoProbeControl *probe);
-    void removeProbe(QOrvicVideoProbeControl *probe);
+    QOrvicVideoPresenter *presenter() const { return m_presenter; }
 
 Q_SIGNALS:
     // A QMediaPlayer::Error with its text, for the player control.
     void videoError(int error, const QString &text);
 
 private:
-    void bind(const QList<QVideoFrame::PixelFormat> &formats);
-    void refuse(const QString &text);
-
     QOrvicSessionLink *m_link;
-    QPointer<QAbstractVideoSurface> m_surface;
-    std::shared_ptr<QOrvicVideoFrameSink> m_sink;
-    QVideoSurfaceFormat m_format;
-    bool m_formatRefused = false;
-    QList<QOrvicVideoProbeControl *> m_probes;
+    QOrvicVideoPresenter *m_presenter;
 };
 
 // QMediaVideoProbeControl: every frame as it is presented.
@@ -55,14 +38,7 @@ class QOrvicVideoProbeControl : public QMediaVideoProbeControl
 {
     Q_OBJECT
 public:
-    explicit QOrvicVideoProbeControl(QOrvicVideoRendererControl *renderer, QObject *parent = nullptr);
-    ~QOrvicVideoProbeControl() override;
-
-    void probe(const QVideoFrame &frame) { Q_EMIT videoFrameProbed(frame); }
-    void flushProbe() { Q_EMIT flush(); }
-
-private:
-    QPointer<QOrvicVideoRendererControl> m_renderer;
+    explicit QOrvicVideoProbeControl(QOrvicVideoPresenter *presenter, QObject *parent = nullptr);
 };
 
 #endif // QORVICVIDEORENDERERCONTROL_H

@@ -12,15 +12,15 @@
 #include <vector>
 
 class QOrvicPlayerSession;
-class QOrvicVideoRendererControl;
+class QOrvicVideoPresenter;
 
 // Receives the frames of psserver on the channel's thread and hands them,
-// as QVideoFrames without a copy, to the renderer control's thread.
+// as QVideoFrames without a copy, to the presenter's thread.
 class QOrvicVideoFrameSink : public hostplayback::VideoReceiver
 {
 public:
-    // Null: the control is going; nothing is handed on from now on.
-    void setTarget(QOrvicVideoRendererControl *target);
+    // Null: the presenter is going; nothing is handed on from now on.
+    void setTarget(QOrvicVideoPresenter *target);
 
     void frameArrived(const std::shared_ptr<const hostplayback::VideoFrame> &frame) override;
     void playbackStopped() override;
@@ -31,13 +31,13 @@ public:
 
 private:
     QMutex m_mutex;
-    QOrvicVideoRendererControl *m_target = nullptr;
+    QOrvicVideoPresenter *m_target = nullptr;
     std::atomic<bool> m_lost{false};
 };
 
-// On the session host's thread: keeps the surface's frame sink attached to
-// the session's current engine player. The session replaces its engine when
-// it recovers from a dead service; the host checks on every tick and before
+// On the session's thread: keeps a frame sink attached to the session's
+// current engine player. The session replaces its engine when it recovers
+// from a dead service; its owner checks on every time update and before
 // every open, and a new engine gets attached again.
 class QOrvicVideoBinder : public QObject
 {

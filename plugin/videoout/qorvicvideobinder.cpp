@@ -1,13 +1,13 @@
 #include "qorvicvideobinder.h"
 
 #include "qorvicvideobuffer.h"
-#include "qorvicvideorenderercontrol.h"
+#include "qorvicvideopresenter.h"
 
 #include <qorvicplayersession_p.h>
 
 #include <QtCore/QMutexLocker>
 
-void QOrvicVideoFrameSink::setTarget(QOrvicVideoRendererControl *target)
+void QOrvicVideoFrameSink::setTarget(QOrvicVideoPresenter *target)
 {
     QMutexLocker lock(&m_mutex);
     m_target = target;
@@ -19,7 +19,7 @@ void QOrvicVideoFrameSink::frameArrived(const std::shared_ptr<const hostplayback
     QMutexLocker lock(&m_mutex);
     // Posted while the lock keeps the target alive; a target deleted later
     // takes its posted events with it.
-    if (QOrvicVideoRendererControl *target = m_target)
+    if (QOrvicVideoPresenter *target = m_target)
         QMetaObject::invokeMethod(target, [target, video] { target->presentFrame(video); },
                                   Qt::QueuedConnection);
 }
@@ -27,7 +27,7 @@ void QOrvicVideoFrameSink::frameArrived(const std::shared_ptr<const hostplayback
 void QOrvicVideoFrameSink::playbackStopped()
 {
     QMutexLocker lock(&m_mutex);
-    if (QOrvicVideoRendererControl *target = m_target)
+    if (QOrvicVideoPresenter *target = m_target)
         QMetaObject::invokeMethod(target, [target] { target->stopSurface(); }, Qt::QueuedConnection);
 }
 
