@@ -257,5 +257,5 @@ void tst_PluginVideo::probeSeesFrames()
     QCOMPARE(sizes.first(), QSize(320, 240));
 }
 
-QTEST_MAIN(tst_PluginVideo)
+QTEST_GUILESS_MAIN(tst_PluginVideo)
 #include "tst_plugin_video.moc"
