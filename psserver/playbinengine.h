@@ -80,6 +80,7 @@ private:
     // Video to a client's channel (videoout_engine.cpp).
     int attachVideoOut(const QByteArray &token);
     GstElement *makeVideoSink();
+    GstElement *makeAudioSink();
 
     void finishPrepare(int result);
     void checkPrerollProgress();
@@ -125,6 +126,7 @@ private:
     GstElement *m_playbin = nullptr;
     GstElement *m_textSink = nullptr;
     std::shared_ptr<VideoOutChannel> m_videoOut;
+    std::shared_ptr<VideoOutChannel> m_audioOut; // a probe's copy of the sound
 
     State m_state = playback::SPPlayer::STATE_IDLE;
     QString m_uri;

@@ -30,14 +30,20 @@ public:
     VideoOutChannel(const VideoOutChannel &) = delete;
     VideoOutChannel &operator=(const VideoOutChannel &) = delete;
 
+    bool isAudio() const { return m_kind == videowire::KindAudio; }
     // Caps of the sink: the accepted formats, the client's order.
     GstCaps *caps() const;
     // A sink bin rendering into this channel (converting only when the
     // decoder gives none of the accepted formats).
     static GstElement *makeSink(const std::shared_ptr<VideoOutChannel> &channel);
+    // An audio sink bin: everything goes on to `passOn` (the configured
+    // sink, which keeps the clock and the sound), a copy to this channel.
+    static GstElement *makeAudioSink(const std::shared_ptr<VideoOutChannel> &channel, GstElement *passOn);
 
     // Streaming thread: one frame (a preroll or a rendered sample).
     void push(GstSample *sample);
+    // Streaming thread: one buffer of decoded audio.
+    void pushAudio(GstSample *sample);
     // The client is done with a slot.
     void release(uint32_t generation, uint32_t slot);
     // Playback stopped or the medium went: the client stops its surface.
@@ -51,10 +57,14 @@ public:
     int framesDropped() const { return m_dropped.load(); }
 
 private:
-    bool prepareRing(const GstVideoInfo &info);
+    bool prepareRing(uint64_t slotBytes);
     void freeRing();
+    // The frame in `slot` announced (and the ring first when it is new).
+    bool announce(videowire::Message &message, uint32_t slot);
+    int freeSlot() const;
 
     mutable QMutex m_mutex;
+    uint32_t m_kind;
     int m_socket;
     bool m_closed = false;
     bool m_muted = false;
@@ -68,6 +78,8 @@ private:
     bool m_busy[videowire::kRingSlots] = {};
     GstVideoInfo m_info;
     bool m_haveInfo = false;
+    // Audio: format, rate and channels of the ring's buffers.
+    uint32_t m_audioKey[3] = {};
     std::atomic<int> m_sent{0};
     std::atomic<int> m_dropped{0};
 };

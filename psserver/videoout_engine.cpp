@@ -1,5 +1,5 @@
-// The engine's side of the video channel: attaching a client's channel,
-// before the pipeline runs or into a running one.
+// The engine's side of the video channel: attaching a client's video or
+// audio channel, before the pipeline runs or into a running one.
 #include "playbinengine.h"
 #include "playbinengine_p.h"
 #include "pswire.h"
@@ -15,6 +15,12 @@ GstElement *PlaybinEngine::makeVideoSink()
     return m_videoOut ? VideoOutChannel::makeSink(m_videoOut) : nullptr;
 }
 
+GstElement *PlaybinEngine::makeAudioSink()
+{
+    GstElement *sink = playbinengine::makeSink(m_sinks.audioSink);
+    return m_audioOut ? VideoOutChannel::makeAudioSink(m_audioOut, sink) : sink;
+}
+
 int PlaybinEngine::attachVideoOut(const QByteArray &token)
 {
     std::shared_ptr<VideoOutChannel> channel = VideoOutServer::takeChannel(token);
@@ -22,17 +28,21 @@ int PlaybinEngine::attachVideoOut(const QByteArray &token)
         qWarning("video out: no channel said hello with this token");
         return pswire::ResultInvalidArgument;
     }
-    m_videoOut = channel;
+    const char *property = channel->isAudio() ? "audio-sink" : "video-sink";
+    if (channel->isAudio())
+        m_audioOut = channel;
+    else
+        m_videoOut = channel;
     if (!m_playbin)
         return pswire::ResultOk;
-    GstElement *sink = makeVideoSink();
+    GstElement *sink = channel->isAudio() ? makeAudioSink() : makeVideoSink();
     if (!sink)
         return pswire::ResultFailed;
     GstState current = GST_STATE_NULL;
     GstState pending = GST_STATE_VOID_PENDING;
     gst_element_get_state(m_playbin, &current, &pending, 0);
     if (current <= GST_STATE_READY && pending == GST_STATE_VOID_PENDING) {
-        g_object_set(m_playbin, "video-sink", sink, nullptr);
+        g_object_set(m_playbin, property, sink, nullptr);
         return pswire::ResultOk;
     }
     // A running pipeline takes a new sink only from READY: go down, swap,
@@ -45,12 +55,14 @@ int PlaybinEngine::attachVideoOut(const QByteArray &token)
     const GstState target = pending != GST_STATE_VOID_PENDING ? pending : current;
     const bool seekBack = havePosition && positionNs > 0 && m_seekable;
     gst_element_set_state(m_playbin, GST_STATE_READY);
-    g_object_set(m_playbin, "video-sink", sink, nullptr);
+    g_object_set(m_playbin, property, sink, nullptr);
     // The preroll at the start is not where the player stands: not shown.
-    channel->setMuted(seekBack);
+    if (m_videoOut)
+        m_videoOut->setMuted(seekBack);
     gst_element_set_state(m_playbin, GST_STATE_PAUSED);
     gst_element_get_state(m_playbin, nullptr, nullptr, kResinkWait);
-    channel->setMuted(false);
+    if (m_videoOut)
+        m_videoOut->setMuted(false);
     if (seekBack) {
         gst_element_seek(m_playbin, m_rate, GST_FORMAT_TIME,
                          GstSeekFlags(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),

@@ -1,11 +1,14 @@
 // The video channel between psserver and a client player: a local
 // SOCK_SEQPACKET socket of its own beside the service socket. One message
 // layout serves every kind; the frames themselves lie in a shared-memory
-// ring whose descriptor travels with the ring message (SCM_RIGHTS).
+// ring whose descriptor travels with the ring message (SCM_RIGHTS). A
+// channel of the audio kind carries decoded audio buffers the same way
+// (for probes: the played sound goes on to the configured sink).
 //
-//  client -> service  Hello (token, accepted formats), Release (slot)
-//  service -> client  Ring (descriptor, layout), Frame (slot, pts, layout),
-//                     Stopped (stop, unload, new medium), Refused (no format)
+//  client -> service  Hello (kind, token, accepted formats), Release (slot)
+//  service -> client  Hello (acknowledged), Ring (descriptor, layout),
+//                     Frame or Audio (slot, pts, layout),
+//                     Stopped (stop, unload, new medium)
 #ifndef ORVIC_VIDEOWIRE_H
 #define ORVIC_VIDEOWIRE_H
 
@@ -21,7 +24,23 @@ enum MessageType : uint32_t {
     MsgFrame = 3,
     MsgRelease = 4,
     MsgStopped = 5,
-    MsgRefused = 6,
+    MsgAudio = 6,
+};
+
+enum ChannelKind : uint32_t {
+    KindVideo = 0,
+    KindAudio = 1,
+};
+
+// Audio samples, interleaved. In an Audio message: format, width = sample
+// rate, height = channels, frameSize = bytes.
+enum SampleFormat : uint32_t {
+    SamplesNone = 0,
+    SamplesS16LE = 1,
+    SamplesS32LE = 2,
+    SamplesF32LE = 3,
+    SamplesU8 = 4,
+    SamplesCount
 };
 
 // Pixel layouts as the bytes lie in memory.
@@ -63,6 +82,7 @@ struct Message
     uint32_t formatCount = 0;
     uint32_t formats[kMaxFormats] = {};
     uint8_t token[kTokenSize] = {};
+    uint32_t kind = KindVideo;
 };
 
 // Abstract socket name of the video channel of runtime directory `dir`.

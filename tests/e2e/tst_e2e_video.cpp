@@ -119,7 +119,46 @@ private:
     bool m_lost = false;
 };
 
+// Counts the audio buffers and their bytes.
+class TestAudioReceiver : public hostplayback::AudioReceiver
+{
+public:
+    void audioArrived(const std::shared_ptr<const hostplayback::AudioBuffer> &buffer) override
+    {
+        QMutexLocker lock(&m_mutex);
+        m_layouts.append(buffer->layout());
+        m_bytes += qint64(buffer->layout().size);
+        m_firstPts = m_firstPts < 0 ? buffer->ptsNs() : m_firstPts;
+    }
+    void playbackStopped() override {}
+    void channelLost() override {}
+
+    QList<hostplayback::AudioBufferLayout> layouts() const
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_layouts;
+    }
+    qint64 bytes() const
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_bytes;
+    }
+    int64_t firstPts() const
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_firstPts;
+    }
+
+private:
+    mutable QMutex m_mutex;
+    QList<hostplayback::AudioBufferLayout> m_layouts;
+    qint64 m_bytes = 0;
+    int64_t m_firstPts = -1;
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(hostplayback::AudioSampleFormat)
 
 class tst_E2eVideo : public QObject
 {
@@ -138,6 +177,8 @@ private Q_SLOTS:
     void clientGoneLeavesOthersServed();
     void attachAfterLoadTakesEffectAtOnce();
     void uhdFrameArrives();
+    void audioBuffersOfWhatIsPlayed_data();
+    void audioBuffersOfWhatIsPlayed();
 
 private:
     SPPlayer *newPlayer();
@@ -393,6 +434,48 @@ void tst_E2eVideo::uhdFrameArrives()
     QCOMPARE(frame.layout.width, 3840);
     QCOMPARE(frame.layout.height, 2160);
     QCOMPARE(frame.layout.size, size_t(3840 * 2160 * 3 / 2));
+}
+
+void tst_E2eVideo::audioBuffersOfWhatIsPlayed_data()
+{
+    QTest::addColumn<hostplayback::AudioSampleFormat>("format");
+    QTest::addColumn<int>("sampleBytes");
+
+    QTest::newRow("S16LE") << hostplayback::AudioSampleFormat::S16LE << 2;
+    QTest::newRow("F32LE") << hostplayback::AudioSampleFormat::F32LE << 4;
+}
+
+void tst_E2eVideo::audioBuffersOfWhatIsPlayed()
+{
+    QFETCH(hostplayback::AudioSampleFormat, format);
+    QFETCH(int, sampleBytes);
+
+    SPPlayer *player = newPlayer();
+    TestAudioReceiver receiver;
+    int error = 1;
+    auto attachment = hostplayback::attachAudio(player, {format}, &receiver, &error);
+    QVERIFY(attachment);
+    QCOMPARE(error, 0);
+    // The last second of the 440 Hz tone (44.1 kHz mono).
+    QCOMPARE(player->setUrl(mediaPath("sine.mp3").toUtf8().constData()), 0);
+    QCOMPARE(player->prepare(0, 0), 0);
+    QCOMPARE(player->seekTo(3000), 0);
+    QCOMPARE(player->play(), 0);
+    QVERIFY(waitForEvent("playbackFinish()"));
+
+    const QList<hostplayback::AudioBufferLayout> layouts = receiver.layouts();
+    QVERIFY(!layouts.isEmpty());
+    for (const hostplayback::AudioBufferLayout &layout : layouts) {
+        QCOMPARE(layout.format, format);
+        QCOMPARE(layout.sampleRate, 44100);
+        QCOMPARE(layout.channels, 1);
+        QCOMPARE(layout.size % size_t(sampleBytes), size_t(0));
+    }
+    // About one second of samples (the file's last frame is padded).
+    const qint64 samples = receiver.bytes() / sampleBytes;
+    QVERIFY2(samples > 40000 && samples < 55000, qPrintable(QString::number(samples) + " in " + QString::number(layouts.size()) + " first " + QString::number(receiver.firstPts())));
+    QVERIFY2(qAbs(receiver.firstPts() - int64_t(3000) * 1000000) < int64_t(60) * 1000000,
+             qPrintable(QString::number(receiver.firstPts())));
 }
 
 QTEST_GUILESS_MAIN(tst_E2eVideo)

@@ -26,6 +26,7 @@ bool isClientPlayer(playback::SPPlayer *player);
 namespace {
 
 static_assert(uint32_t(VideoPixelFormat::YUY2) == videowire::FormatYUY2, "formats agree");
+static_assert(uint32_t(AudioSampleFormat::U8) == videowire::SamplesU8, "sample formats agree");
 const int kHelloWaitMs = 2000;
 
 // One mapped ring; frames keep it mapped after a new one replaced it.
@@ -86,10 +87,35 @@ private:
     int64_t m_pts;
 };
 
+class RingAudio : public AudioBuffer
+{
+public:
+    RingAudio(std::shared_ptr<Ring> ring, std::shared_ptr<Socket> socket, const AudioBufferLayout &layout,
+              uint32_t slot, const uchar *data, int64_t pts)
+        : m_ring(std::move(ring)), m_socket(std::move(socket)), m_layout(layout), m_slot(slot),
+          m_data(data), m_pts(pts)
+    {
+    }
+    ~RingAudio() override { m_socket->release(m_layout.generation, m_slot); }
+    const AudioBufferLayout &layout() const override { return m_layout; }
+    const unsigned char *data() const override { return m_data; }
+    int64_t ptsNs() const override { return m_pts; }
+
+private:
+    std::shared_ptr<Ring> m_ring;
+    std::shared_ptr<Socket> m_socket;
+    AudioBufferLayout m_layout;
+    uint32_t m_slot;
+    const uchar *m_data;
+    int64_t m_pts;
+};
+
 class VideoClient : public VideoAttachment
 {
 public:
-    VideoClient(int fd, VideoReceiver *receiver) : m_socket(std::make_shared<Socket>()), m_receiver(receiver)
+    // One of the receivers, as the channel's kind.
+    VideoClient(int fd, VideoReceiver *receiver, AudioReceiver *audio)
+        : m_socket(std::make_shared<Socket>()), m_receiver(receiver), m_audio(audio)
     {
         m_socket->fd = fd;
         m_readFd = fd;
@@ -115,8 +141,12 @@ private:
             if (result <= 0) {
                 if (fd >= 0)
                     ::close(fd);
-                if (!m_detaching.load())
-                    m_receiver->channelLost();
+                if (!m_detaching.load()) {
+                    if (m_receiver)
+                        m_receiver->channelLost();
+                    else
+                        m_audio->channelLost();
+                }
                 return;
             }
             switch (message.type) {
@@ -124,10 +154,18 @@ private:
                 mapRing(message, fd);
                 break;
             case videowire::MsgFrame:
-                deliver(message);
+                if (m_receiver)
+                    deliver(message);
+                break;
+            case videowire::MsgAudio:
+                if (m_audio)
+                    deliverAudio(message);
                 break;
             case videowire::MsgStopped:
-                m_receiver->playbackStopped();
+                if (m_receiver)
+                    m_receiver->playbackStopped();
+                else
+                    m_audio->playbackStopped();
                 break;
             default:
                 break;
@@ -153,13 +191,34 @@ private:
         m_slotCount = message.slotCount;
     }
 
+    // A frame or buffer that names no slot of the mapped ring is given back.
+    bool inRing(const videowire::Message &message)
+    {
+        if (m_ring && message.generation == m_ringGeneration && message.slot < m_slotCount
+            && message.frameSize <= m_slotSize)
+            return true;
+        m_socket->release(message.generation, message.slot);
+        return false;
+    }
+
+    void deliverAudio(const videowire::Message &message)
+    {
+        if (!inRing(message))
+            return;
+        AudioBufferLayout layout;
+        layout.format = AudioSampleFormat(message.format);
+        layout.sampleRate = message.width;
+        layout.channels = message.height;
+        layout.size = size_t(message.frameSize);
+        layout.generation = message.generation;
+        m_audio->audioArrived(std::make_shared<RingAudio>(m_ring, m_socket, layout, message.slot,
+                                                          m_ring->slot(message.slot, m_slotSize), message.ptsNs));
+    }
+
     void deliver(const videowire::Message &message)
     {
-        if (!m_ring || message.generation != m_ringGeneration || message.slot >= m_slotCount
-            || message.frameSize > m_slotSize) {
-            m_socket->release(message.generation, message.slot);
+        if (!inRing(message))
             return;
-        }
         VideoFrameLayout layout;
         layout.format = VideoPixelFormat(message.format);
         layout.width = message.width;
@@ -179,6 +238,7 @@ private:
     std::shared_ptr<Socket> m_socket;
     int m_readFd = -1;
     VideoReceiver *m_receiver;
+    AudioReceiver *m_audio;
     std::thread m_thread;
     std::shared_ptr<Ring> m_ring;
     uint32_t m_ringGeneration = 0;
@@ -205,24 +265,18 @@ bool awaitHelloAck(int fd)
 
 } // namespace
 
-std::unique_ptr<VideoAttachment> attachVideo(playback::SPPlayer *player,
-                                             const std::vector<VideoPixelFormat> &accepted,
-                                             VideoReceiver *receiver, int *error)
+namespace {
+
+std::unique_ptr<VideoAttachment> attach(playback::SPPlayer *player, videowire::Message &hello,
+                                        VideoReceiver *video, AudioReceiver *audio, int *error)
 {
     int ignored = 0;
     int &result = error ? *error : ignored;
-    videowire::Message hello;
-    hello.type = videowire::MsgHello;
-    for (VideoPixelFormat format : accepted) {
-        const uint32_t value = uint32_t(format);
-        if (value > videowire::FormatNone && value < videowire::FormatCount
-            && hello.formatCount < uint32_t(videowire::kMaxFormats))
-            hello.formats[hello.formatCount++] = value;
-    }
-    if (!player || !receiver || !isClientPlayer(player) || hello.formatCount == 0) {
+    if (!player || (!video && !audio) || !isClientPlayer(player) || hello.formatCount == 0) {
         result = -22;
         return nullptr;
     }
+    hello.type = videowire::MsgHello;
     if (::getrandom(hello.token, sizeof hello.token, 0) != ssize_t(sizeof hello.token)) {
         result = -1;
         return nullptr;
@@ -244,7 +298,40 @@ std::unique_ptr<VideoAttachment> attachVideo(playback::SPPlayer *player,
         return nullptr;
     }
     result = 0;
-    return std::make_unique<VideoClient>(fd, receiver);
+    return std::make_unique<VideoClient>(fd, video, audio);
+}
+
+// The known values of `accepted`, at most as many as a hello carries.
+template <typename T>
+void addFormats(videowire::Message *hello, const std::vector<T> &accepted, uint32_t count)
+{
+    for (T format : accepted) {
+        const uint32_t value = uint32_t(format);
+        if (value > 0 && value < count && hello->formatCount < uint32_t(videowire::kMaxFormats))
+            hello->formats[hello->formatCount++] = value;
+    }
+}
+
+} // namespace
+
+std::unique_ptr<VideoAttachment> attachVideo(playback::SPPlayer *player,
+                                             const std::vector<VideoPixelFormat> &accepted,
+                                             VideoReceiver *receiver, int *error)
+{
+    videowire::Message hello;
+    hello.kind = videowire::KindVideo;
+    addFormats(&hello, accepted, videowire::FormatCount);
+    return attach(player, hello, receiver, nullptr, error);
+}
+
+std::unique_ptr<VideoAttachment> attachAudio(playback::SPPlayer *player,
+                                             const std::vector<AudioSampleFormat> &accepted,
+                                             AudioReceiver *receiver, int *error)
+{
+    videowire::Message hello;
+    hello.kind = videowire::KindAudio;
+    addFormats(&hello, accepted, videowire::SamplesCount);
+    return attach(player, hello, nullptr, receiver, error);
 }
 
 } // namespace hostplayback

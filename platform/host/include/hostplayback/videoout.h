@@ -74,6 +74,43 @@ public:
     virtual ~VideoAttachment() = default;
 };
 
+// Decoded audio as it goes to the sound output (for probes): interleaved.
+enum class AudioSampleFormat : uint32_t {
+    None = 0,
+    S16LE = 1,
+    S32LE = 2,
+    F32LE = 3,
+    U8 = 4,
+};
+
+struct AudioBufferLayout
+{
+    AudioSampleFormat format = AudioSampleFormat::None;
+    int sampleRate = 0;
+    int channels = 0;
+    size_t size = 0; // bytes
+    uint32_t generation = 0;
+};
+
+class AudioBuffer
+{
+public:
+    virtual ~AudioBuffer() = default;
+    virtual const AudioBufferLayout &layout() const = 0;
+    virtual const unsigned char *data() const = 0;
+    virtual int64_t ptsNs() const = 0;
+};
+
+class AudioReceiver
+{
+public:
+    virtual ~AudioReceiver() = default;
+    // On the channel's own thread, in order.
+    virtual void audioArrived(const std::shared_ptr<const AudioBuffer> &buffer) = 0;
+    virtual void playbackStopped() = 0;
+    virtual void channelLost() = 0;
+};
+
 // Attaches `receiver` to `player`, which must be a player of this library
 // (SPPlayer::create), for the pixel formats `accepted` in order of
 // preference. Null with *error set on failure: -22 not a player of this
@@ -82,6 +119,13 @@ public:
 std::unique_ptr<VideoAttachment> attachVideo(playback::SPPlayer *player,
                                              const std::vector<VideoPixelFormat> &accepted,
                                              VideoReceiver *receiver, int *error);
+
+// Attaches an audio receiver to `player` in the sample formats `accepted`
+// (in order of preference; psserver converts others): a copy of what is
+// played, the sound itself goes on as before. Errors as attachVideo().
+std::unique_ptr<VideoAttachment> attachAudio(playback::SPPlayer *player,
+                                             const std::vector<AudioSampleFormat> &accepted,
+                                             AudioReceiver *receiver, int *error);
 
 } // namespace hostplayback
 
