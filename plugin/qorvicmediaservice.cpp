@@ -6,6 +6,7 @@
 #include "qorvicsessionlink.h"
 #include "qorvicstreamscontrol.h"
 #if ORVIC_HOST_VIDEO
+#include "qorvicaudioprobecontrol.h"
 #include "qorvicvideorenderercontrol.h"
 #endif
 
@@ -22,7 +23,8 @@ QOrvicMediaService::QOrvicMediaService(QObject *parent)
       m_streams(new QOrvicStreamsControl(m_link, this)),
       m_availability(new QOrvicAvailabilityControl(m_link, this))
 #if ORVIC_HOST_VIDEO
-      , m_renderer(new QOrvicVideoRendererControl(m_link, this))
+      , m_renderer(new QOrvicVideoRendererControl(m_link, this)),
+      m_audioProbes(new QOrvicAudioProbeHub(m_link, this))
 #endif
 {
 #if ORVIC_HOST_VIDEO
@@ -43,6 +45,7 @@ QOrvicMediaService::~QOrvicMediaService()
     delete m_availability;
 #if ORVIC_HOST_VIDEO
     delete m_renderer;
+    delete m_audioProbes;
 #endif
     delete m_link;
 }
@@ -63,6 +66,8 @@ QMediaControl *QOrvicMediaService::requestControl(const char *name)
     // One probe control per QVideoProbe, released by it.
     if (qstrcmp(name, QMediaVideoProbeControl_iid) == 0)
         return new QOrvicVideoProbeControl(m_renderer->presenter(), this);
+    if (qstrcmp(name, QMediaAudioProbeControl_iid) == 0)
+        return new QOrvicAudioProbeControl(m_audioProbes, this);
 #endif
     return nullptr;
 }
@@ -72,7 +77,7 @@ void QOrvicMediaService::releaseControl(QMediaControl *control)
     // The controls live as long as the service, the probes as long as
     // their QVideoProbe.
 #if ORVIC_HOST_VIDEO
-    if (qobject_cast<QOrvicVideoProbeControl *>(control))
+    if (qobject_cast<QOrvicVideoProbeControl *>(control) || qobject_cast<QOrvicAudioProbeControl *>(control))
         delete control;
 #else
     Q_UNUSED(control);

@@ -28,7 +28,8 @@ bool isPlayingState(QOrvicPlayerSession::PlayerState s)
 
 QOrvicSessionHost::QOrvicSessionHost()
 #if ORVIC_HOST_VIDEO
-    : m_videoBinder(new QOrvicVideoBinder(this))
+    : m_videoBinder(new QOrvicVideoBinder(this)),
+      m_audioBinder(new QOrvicVideoBinder(this))
 #endif
 {
     qRegisterMetaType<QOrvicCommandResult>();
@@ -87,6 +88,7 @@ void QOrvicSessionHost::start()
     connectSession();
 #if ORVIC_HOST_VIDEO
     m_videoBinder->setSession(m_session);
+    m_audioBinder->setSession(m_session);
 #endif
     // The watchdog's clock runs for the session's whole life: it also
     // restarts a service that died while no medium plays.
@@ -99,6 +101,7 @@ void QOrvicSessionHost::shutdown()
         m_ticker->stop();
 #if ORVIC_HOST_VIDEO
     m_videoBinder->setSession(nullptr);
+    m_audioBinder->setSession(nullptr);
 #endif
     if (m_session)
         m_session->stop();
@@ -207,6 +210,7 @@ void QOrvicSessionHost::run(quint64 serial, int generation, int command, const Q
 #if ORVIC_HOST_VIDEO
             // The new pipeline renders to the surface from its first frame.
             m_videoBinder->check();
+            m_audioBinder->check();
 #endif
             m_session->manageActList(S::Msg_SetMedia, param.toString());
             break;
@@ -241,6 +245,7 @@ void QOrvicSessionHost::onTick()
 #if ORVIC_HOST_VIDEO
     // After a recovery the session has a new engine: bind the surface to it.
     m_videoBinder->check();
+    m_audioBinder->check();
 #endif
     const QOrvicPlayerSession::PlayerState after = m_session->state();
     const int generation = m_generation.loadAcquire();

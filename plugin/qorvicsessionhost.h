@@ -83,6 +83,8 @@ public Q_SLOTS:
 #if ORVIC_HOST_VIDEO
     // Lives on the host's thread; keeps the video surface on the engine.
     QOrvicVideoBinder *videoBinder() const { return m_videoBinder; }
+    // The same for the audio probes' copy of the sound.
+    QOrvicVideoBinder *audioBinder() const { return m_audioBinder; }
 #endif
 
 Q_SIGNALS:
@@ -112,6 +114,7 @@ private:
     QOrvicPlayerSession *m_session = nullptr;
 #if ORVIC_HOST_VIDEO
     QOrvicVideoBinder *m_videoBinder;
+    QOrvicVideoBinder *m_audioBinder;
 #endif
     bool m_serviceRunning = false;
     QTimer *m_ticker = nullptr;

@@ -58,9 +58,20 @@ void QOrvicVideoBinder::setSession(QOrvicPlayerSession *session)
 void QOrvicVideoBinder::setReceiver(const std::shared_ptr<QOrvicVideoFrameSink> &sink,
                                     const std::vector<hostplayback::VideoPixelFormat> &formats)
 {
+    if (!sink || formats.empty()) {
+        setAttach(nullptr, nullptr);
+        return;
+    }
+    setAttach([sink, formats](playback::SPPlayer *player, int *error) {
+        return hostplayback::attachVideo(player, formats, sink.get(), error);
+    }, [sink] { return sink->takeLost(); });
+}
+
+void QOrvicVideoBinder::setAttach(const Attach &attach, const TakeLost &takeLost)
+{
     detach();
-    m_sink = sink;
-    m_formats = formats;
+    m_attach = attach;
+    m_takeLost = takeLost;
     m_lastError = 0;
     check();
 }
@@ -73,9 +84,9 @@ void QOrvicVideoBinder::detach()
 
 void QOrvicVideoBinder::check()
 {
-    if (m_sink && m_sink->takeLost())
+    if (m_takeLost && m_takeLost())
         detach(); // the service went; its successor needs a new attachment
-    if (!m_session || !m_sink || m_formats.empty()) {
+    if (!m_session || !m_attach) {
         detach();
         return;
     }
@@ -86,7 +97,7 @@ void QOrvicVideoBinder::check()
         if (!player)
             return;
         int error = 0;
-        m_attachment = hostplayback::attachVideo(player, m_formats, m_sink.get(), &error);
+        m_attachment = m_attach(player, &error);
         if (m_attachment) {
             m_player = player;
             m_lastError = 0;
@@ -95,7 +106,7 @@ void QOrvicVideoBinder::check()
         // Told once; tried again on the next tick (a service on its way back).
         if (error != m_lastError) {
             m_lastError = error;
-            qWarning("orvic video: the player refused the video surface (%d)", error);
+            qWarning("orvic video: the player refused the attachment (%d)", error);
             Q_EMIT attachFailed(error);
         }
     });

@@ -8,6 +8,7 @@
 #include <QtCore/QPointer>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -35,8 +36,8 @@ private:
     std::atomic<bool> m_lost{false};
 };
 
-// On the session's thread: keeps a frame sink attached to the session's
-// current engine player. The session replaces its engine when it recovers
+// On the session's thread: keeps a frame sink (or an audio receiver)
+// attached to the session's current engine player. The session replaces its engine when it recovers
 // from a dead service; its owner checks on every time update and before
 // every open, and a new engine gets attached again.
 class QOrvicVideoBinder : public QObject
@@ -46,10 +47,18 @@ public:
     explicit QOrvicVideoBinder(QObject *parent = nullptr);
     ~QOrvicVideoBinder() override;
 
+    // Attaches a receiver to a player (the receiver kept alive by the
+    // function), or null with the error number.
+    using Attach = std::function<std::unique_ptr<hostplayback::VideoAttachment>(playback::SPPlayer *, int *)>;
+    // Whether the receiver's channel was lost since the last call.
+    using TakeLost = std::function<bool()>;
+
     void setSession(QOrvicPlayerSession *session);
     // The sink and the formats the surface takes (none: detach).
     void setReceiver(const std::shared_ptr<QOrvicVideoFrameSink> &sink,
                      const std::vector<hostplayback::VideoPixelFormat> &formats);
+    // Any receiver (null `attach`: detach).
+    void setAttach(const Attach &attach, const TakeLost &takeLost);
     void check();
 
 Q_SIGNALS:
@@ -60,9 +69,10 @@ private:
     void detach();
 
     QOrvicPlayerSession *m_session = nullptr;
-    std::shared_ptr<QOrvicVideoFrameSink> m_sink;
-    std::vector<hostplayback::VideoPixelFormat> m_formats;
-    // After the sink: goes first, ending the callbacks into it.
+    Attach m_attach;
+    TakeLost m_takeLost;
+    // After the receiver (held by m_attach): goes first, ending the
+    // callbacks into it.
     std::unique_ptr<hostplayback::VideoAttachment> m_attachment;
     playback::SPPlayer *m_player = nullptr;
     int m_lastError = 0;

@@ -8,6 +8,7 @@
 
 #include <QtMultimedia/QAbstractVideoSurface>
 #include <QtMultimedia/QMediaPlayer>
+#include <QtMultimedia/QAudioProbe>
 #include <QtMultimedia/QVideoProbe>
 #include <QtMultimedia/QVideoSurfaceFormat>
 #include <QtTest/QtTest>
@@ -110,6 +111,7 @@ private Q_SLOTS:
     void surfaceTakingNoFormat();
     void surfaceResumesAfterServiceDied();
     void probeSeesFrames();
+    void audioProbeSeesBuffers();
 
 private:
     std::unique_ptr<RuntimeDir> m_runtime;
@@ -255,6 +257,44 @@ void tst_PluginVideo::probeSeesFrames()
     QCOMPARE(sizes.size(), surface.frames());
     QVERIFY(sizes.size() >= 25);
     QCOMPARE(sizes.first(), QSize(320, 240));
+}
+
+void tst_PluginVideo::audioProbeSeesBuffers()
+{
+    auto probe = std::make_unique<QAudioProbe>();
+    QVERIFY(probe->setSource(m_player.get()));
+    QList<QAudioFormat> formats;
+    qint64 frames = 0;
+    qint64 firstStart = -1;
+    connect(probe.get(), &QAudioProbe::audioBufferProbed, this, [&](const QAudioBuffer &buffer) {
+        formats.append(buffer.format());
+        frames += buffer.frameCount();
+        if (firstStart < 0)
+            firstStart = buffer.startTime();
+    });
+    QSignalSpy flushes(probe.get(), &QAudioProbe::flush);
+    // The last second of a 4 s tone of 44.1 kHz, mono.
+    m_player->setMedia(media("sine.mp3"));
+    QVERIFY(m_rec->waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
+    m_player->setPosition(3000);
+    m_player->play();
+    QVERIFY(m_rec->waitForStatus(QMediaPlayer::EndOfMedia, kLoadMs));
+    QTRY_VERIFY(!flushes.isEmpty());
+
+    QVERIFY(!formats.isEmpty());
+    for (const QAudioFormat &format : qAsConst(formats)) {
+        QCOMPARE(format.sampleRate(), 44100);
+        QCOMPARE(format.channelCount(), 1);
+        QCOMPARE(format.codec(), QStringLiteral("audio/pcm"));
+        QVERIFY(format.isValid());
+    }
+    QVERIFY2(frames > 40000 && frames < 55000, qPrintable(QString::number(frames)));
+    QVERIFY2(qAbs(firstStart - 3000000) < 60000, qPrintable(QString::number(firstStart)));
+
+    // The probe goes (its control with it): the player loads on as before.
+    probe.reset();
+    m_player->setMedia(media("sine.mp3"));
+    QVERIFY(m_rec->waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
 }
 
 QTEST_GUILESS_MAIN(tst_PluginVideo)
