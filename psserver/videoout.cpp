@@ -474,6 +474,11 @@ void VideoOutConnection::readMessages()
         }
         if (message.type == videowire::MsgHello && !m_channel) {
             m_channel = std::make_shared<VideoOutChannel>(m_socket, message);
+            if (!m_channel->hasFormats()) {
+                qWarning("video out: refusing a client that takes no format known here");
+                closeConnection();
+                return;
+            }
             m_token = QByteArray(reinterpret_cast<const char *>(message.token), videowire::kTokenSize);
             {
                 QMutexLocker lock(&g_pendingMutex);

@@ -31,6 +31,8 @@ public:
     VideoOutChannel &operator=(const VideoOutChannel &) = delete;
 
     bool isAudio() const { return m_kind == videowire::KindAudio; }
+    // Whether the client named any format this side knows.
+    bool hasFormats() const { return !m_formats.isEmpty(); }
     // Caps of the sink: the accepted formats, the client's order.
     GstCaps *caps() const;
     // A sink bin rendering into this channel (converting only when the

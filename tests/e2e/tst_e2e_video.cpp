@@ -7,11 +7,14 @@
 #include <hostplayback/videoout.h>
 #include <playback/spplayer.h>
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QMutex>
+#include <QtCore/QProcess>
 #include <QtCore/QMutexLocker>
 #include <QtCore/QWaitCondition>
 #include <QtTest/QtTest>
 
+#include <csignal>
 #include <memory>
 
 using namespace orvice2e;
@@ -175,6 +178,7 @@ private Q_SLOTS:
     void sizeChangeStartsNewLayout();
     void clientHoldingEverySlotIsNeverWaitedFor();
     void clientGoneLeavesOthersServed();
+    void clientProcessKilledMidFrame();
     void attachAfterLoadTakesEffectAtOnce();
     void uhdFrameArrives();
     void audioBuffersOfWhatIsPlayed_data();
@@ -403,6 +407,35 @@ void tst_E2eVideo::clientGoneLeavesOthersServed()
     other.reset();
 }
 
+void tst_E2eVideo::clientProcessKilledMidFrame()
+{
+    const pid_t daemon = daemonPid();
+    QVERIFY(daemon > 0);
+    // This program again, as a client that plays with video and is killed
+    // while it holds frames (see childClient()).
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("ORVIC_VIDEO_CHILD"), mediaPath("bars25.mp4"));
+    child.setProcessEnvironment(environment);
+    child.start(QCoreApplication::applicationFilePath(), QStringList());
+    QVERIFY2(child.waitForFinished(2 * kWaitMs), child.readAllStandardError().constData());
+    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(child.exitCode(), int(SIGKILL));
+
+    // The same service serves the next client in full.
+    QCOMPARE(daemonPid(), daemon);
+    SPPlayer *player = newPlayer();
+    TestReceiver receiver;
+    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &receiver, nullptr);
+    QVERIFY(attachment);
+    QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
+    QCOMPARE(player->prepare(0, 0), 0);
+    QCOMPARE(player->play(), 0);
+    QVERIFY(waitForEvent("playbackFinish()"));
+    QVERIFY(receiver.seen().size() >= 25);
+    QCOMPARE(daemonPid(), daemon);
+}
+
 void tst_E2eVideo::attachAfterLoadTakesEffectAtOnce()
 {
     SPPlayer *player = newPlayer();
@@ -478,5 +511,48 @@ void tst_E2eVideo::audioBuffersOfWhatIsPlayed()
              qPrintable(QString::number(receiver.firstPts())));
 }
 
-QTEST_GUILESS_MAIN(tst_E2eVideo)
+namespace {
+
+// Kills its own process once it holds three frames of the ring.
+class DyingReceiver : public TestReceiver
+{
+public:
+    void frameArrived(const FramePtr &frame) override
+    {
+        m_kept.append(frame);
+        if (m_kept.size() == 3)
+            std::raise(SIGKILL);
+    }
+
+private:
+    QList<FramePtr> m_kept;
+};
+
+// The client of clientProcessKilledMidFrame(): plays the medium named in
+// ORVIC_VIDEO_CHILD with video until it kills itself.
+int childClient(const QByteArray &medium)
+{
+    RecordingCallBack events;
+    PlayerPtr player(SPPlayer::create("Qspmediaplayer", &events));
+    DyingReceiver receiver;
+    auto attachment = hostplayback::attachVideo(player.get(), {VideoPixelFormat::I420}, &receiver, nullptr);
+    if (!attachment || player->setUrl(medium.constData()) != 0 || player->prepare(0, 0) != 0
+        || player->play() != 0)
+        return 1;
+    events.waitFor(QStringLiteral("playbackFinish()"), kWaitMs);
+    return 2; // not killed: the parent sees a normal exit and fails
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    const QByteArray childMedium = qgetenv("ORVIC_VIDEO_CHILD");
+    if (!childMedium.isEmpty())
+        return childClient(childMedium);
+    tst_E2eVideo test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_e2e_video.moc"
