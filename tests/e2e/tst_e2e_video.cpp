@@ -5,6 +5,8 @@
 #include "e2esupport.h"
 
 #include <hostplayback/videoout.h>
+#include <hostruntime.h>
+#include <videowire.h>
 #include <playback/spplayer.h>
 
 #include <QtCore/QCoreApplication>
@@ -16,6 +18,7 @@
 
 #include <csignal>
 #include <memory>
+#include <unistd.h>
 
 using namespace orvice2e;
 using hostplayback::VideoFrame;
@@ -175,6 +178,7 @@ private Q_SLOTS:
     void pausedLoadShowsOneFrameAndSeekShowsTheNewOne();
     void refusedAttachments_data();
     void refusedAttachments();
+    void serviceRefusesClientOfUnknownFormats();
     void sizeChangeStartsNewLayout();
     void clientHoldingEverySlotIsNeverWaitedFor();
     void clientGoneLeavesOthersServed();
@@ -329,6 +333,34 @@ void tst_E2eVideo::refusedAttachments()
     QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
     QCOMPARE(player->prepare(0, 0), 0);
     QVERIFY(receiver.seen().isEmpty());
+}
+
+// A client that bypasses the library's checks: the service answers its hello
+// by closing the channel, and serves on.
+void tst_E2eVideo::serviceRefusesClientOfUnknownFormats()
+{
+    const int fd = videowire::connectToSocket(hostruntime::runtimeDirectory());
+    QVERIFY(fd >= 0);
+    videowire::Message hello;
+    hello.type = videowire::MsgHello;
+    hello.formatCount = 2;
+    hello.formats[0] = 0;
+    hello.formats[1] = 77;
+    QVERIFY(videowire::sendMessage(fd, hello, -1, true));
+    videowire::Message answer;
+    int passed = -1;
+    QCOMPARE(videowire::receiveMessage(fd, &answer, &passed), 0); // closed, no acknowledgement
+    QCOMPARE(passed, -1);
+    ::close(fd);
+
+    SPPlayer *player = newPlayer();
+    TestReceiver receiver;
+    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &receiver, nullptr);
+    QVERIFY(attachment);
+    QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
+    QCOMPARE(player->prepare(0, 0), 0);
+    QVERIFY(receiver.waitForFrames(1));
+    QVERIFY(m_runtime->daemonLog().contains("video out: refusing a client that takes no format known here"));
 }
 
 void tst_E2eVideo::sizeChangeStartsNewLayout()
