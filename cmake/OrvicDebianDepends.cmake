@@ -14,6 +14,7 @@ set(ORVIC_DEB_SONAME_PACKAGES
     # the PC platform's playback service (psserver)
     libgstreamer-1.0.so.0=libgstreamer1.0-0 libgstapp-1.0.so.0=libgstreamer-plugins-base1.0-0
     libgsttag-1.0.so.0=libgstreamer-plugins-base1.0-0
+    libgstvideo-1.0.so.0=libgstreamer-plugins-base1.0-0
     libglib-2.0.so.0=libglib2.0-0 libgobject-2.0.so.0=libglib2.0-0)
 
 # Minimum versions: those of Debian 12, which the library is built and tested

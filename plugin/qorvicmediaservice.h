@@ -8,6 +8,8 @@ class QOrvicPlayerControl;
 class QOrvicMetaDataControl;
 class QOrvicStreamsControl;
 class QOrvicAvailabilityControl;
+class QOrvicVideoRendererControl;
+class QOrvicAudioProbeHub;
 
 // The media player service of one QMediaPlayer: one session, its thread,
 // and the controls that translate between the two.
@@ -27,6 +29,10 @@ public:
 
 private:
     QOrvicSessionLink *m_link;
+#if ORVIC_HOST_VIDEO
+    QOrvicVideoRendererControl *m_renderer;
+    QOrvicAudioProbeHub *m_audioProbes;
+#endif
     QOrvicPlayerControl *m_player;
     QOrvicMetaDataControl *m_metaData;
     QOrvicStreamsControl *m_streams;

@@ -1,6 +1,9 @@
 #include "qorvicsessionhost.h"
 
 #include <cutils/properties.h>
+#if ORVIC_HOST_VIDEO
+#include "videoout/qorvicvideobinder.h"
+#endif
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QThread>
@@ -24,6 +27,10 @@ bool isPlayingState(QOrvicPlayerSession::PlayerState s)
 } // namespace
 
 QOrvicSessionHost::QOrvicSessionHost()
+#if ORVIC_HOST_VIDEO
+    : m_videoBinder(new QOrvicVideoBinder(this)),
+      m_audioBinder(new QOrvicVideoBinder(this))
+#endif
 {
     qRegisterMetaType<QOrvicCommandResult>();
     qRegisterMetaType<QList<QOrvicStreamInfo>>();
@@ -79,6 +86,10 @@ void QOrvicSessionHost::start()
     m_ticker->setInterval(kTickIntervalMs);
     connect(m_ticker, &QTimer::timeout, this, &QOrvicSessionHost::onTick);
     connectSession();
+#if ORVIC_HOST_VIDEO
+    m_videoBinder->setSession(m_session);
+    m_audioBinder->setSession(m_session);
+#endif
     // The watchdog's clock runs for the session's whole life: it also
     // restarts a service that died while no medium plays.
     m_ticker->start();
@@ -88,6 +99,10 @@ void QOrvicSessionHost::shutdown()
 {
     if (m_ticker)
         m_ticker->stop();
+#if ORVIC_HOST_VIDEO
+    m_videoBinder->setSession(nullptr);
+    m_audioBinder->setSession(nullptr);
+#endif
     if (m_session)
         m_session->stop();
     delete m_session;
@@ -191,7 +206,14 @@ void QOrvicSessionHost::run(quint64 serial, int generation, int command, const Q
     if (m_session) {
         m_inCommand = true;
         switch (Command(command)) {
-        case Open: m_session->manageActList(S::Msg_SetMedia, param.toString()); break;
+        case Open:
+#if ORVIC_HOST_VIDEO
+            // The new pipeline renders to the surface from its first frame.
+            m_videoBinder->check();
+            m_audioBinder->check();
+#endif
+            m_session->manageActList(S::Msg_SetMedia, param.toString());
+            break;
         case Play: m_session->manageActList(S::Msg_Play, QVariant()); break;
         case Pause: m_session->manageActList(S::Msg_Pause, QVariant()); break;
         case Seek: m_session->manageActList(S::Msg_Position, param.toLongLong()); break;
@@ -220,6 +242,11 @@ void QOrvicSessionHost::onTick()
     const qint64 position = m_session->position();
     // The session's service watchdog runs on this clock.
     m_session->timeUpdate(position);
+#if ORVIC_HOST_VIDEO
+    // After a recovery the session has a new engine: bind the surface to it.
+    m_videoBinder->check();
+    m_audioBinder->check();
+#endif
     const QOrvicPlayerSession::PlayerState after = m_session->state();
     const int generation = m_generation.loadAcquire();
     if (after == QOrvicPlayerSession::Player_Initialized && before >= QOrvicPlayerSession::Player_Preparing) {

@@ -9,6 +9,9 @@
 #include <QtGui/QImage>
 
 class QTimer;
+#if ORVIC_HOST_VIDEO
+class QOrvicVideoBinder;
+#endif
 
 // One stream of the opened medium as the streams control lists it.
 struct QOrvicStreamInfo
@@ -77,6 +80,12 @@ public Q_SLOTS:
 
     // Read after start() has returned (it runs blocking-queued).
     bool serviceRunning() const { return m_serviceRunning; }
+#if ORVIC_HOST_VIDEO
+    // Lives on the host's thread; keeps the video surface on the engine.
+    QOrvicVideoBinder *videoBinder() const { return m_videoBinder; }
+    // The same for the audio probes' copy of the sound.
+    QOrvicVideoBinder *audioBinder() const { return m_audioBinder; }
+#endif
 
 Q_SIGNALS:
     void commandDone(const QOrvicCommandResult &result);
@@ -103,6 +112,10 @@ private:
     QList<QOrvicStreamInfo> streamInfos(const QVariantMap &map);
 
     QOrvicPlayerSession *m_session = nullptr;
+#if ORVIC_HOST_VIDEO
+    QOrvicVideoBinder *m_videoBinder;
+    QOrvicVideoBinder *m_audioBinder;
+#endif
     bool m_serviceRunning = false;
     QTimer *m_ticker = nullptr;
     // Written and read on the host's thread, except m_generation, which the

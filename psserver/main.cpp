@@ -10,6 +10,7 @@
 #include "playbinengine.h"
 #include "pluginwarmup.h"
 #include "server.h"
+#include "videoout.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDateTime>
@@ -120,6 +121,10 @@ int main(int argc, char *argv[])
     if (!server.listen())
         return 2;
     qInfo("listening on %s", hostruntime::socketName(dir).c_str());
+    // Video to clients' surfaces; without it the service plays on, headless.
+    VideoOutServer videoOut(dir);
+    if (videoOut.listen())
+        qInfo("video on %s", videowire::socketName(dir).c_str());
     // While the first clients connect and create their engines.
     PluginWarmup warmup;
 

@@ -1,4 +1,5 @@
 #include "playbinengine.h"
+#include "videoout.h"
 #include "playbinengine_p.h"
 #include "errormap.h"
 #include "pswire.h"
@@ -32,7 +33,9 @@ const int kSeekSettleMs = 1000;
 
 const char *const kNetworkSchemes[] = {"http", "https", "rtsp", "rtmp", "mms", "mmsh", "udp", "rtp"};
 
-GstElement *makeSink(const QByteArray &description)
+} // namespace
+
+GstElement *playbinengine::makeSink(const QByteArray &description)
 {
     if (description.isEmpty()) {
         GstElement *sink = gst_element_factory_make("fakesink", nullptr);
@@ -49,7 +52,6 @@ GstElement *makeSink(const QByteArray &description)
     }
     return sink;
 }
-} // namespace
 
 SinkConfig SinkConfig::fromEnvironment()
 {
@@ -107,9 +109,11 @@ bool PlaybinEngine::createPipeline()
         };
         gst_app_sink_set_callbacks(GST_APP_SINK(m_textSink), &callbacks, this, nullptr);
     }
+    // A client's video channel, when one is attached, else the configured sink.
+    GstElement *videoSink = makeVideoSink();
     g_object_set(m_playbin,
-                 "audio-sink", makeSink(m_sinks.audioSink),
-                 "video-sink", makeSink(m_sinks.videoSink),
+                 "audio-sink", makeAudioSink(),
+                 "video-sink", videoSink ? videoSink : makeSink(m_sinks.videoSink),
                  "volume", m_volume / 100.0,
                  "mute", !m_audioOn,
                  nullptr);
@@ -136,6 +140,10 @@ void PlaybinEngine::destroyPipeline()
     m_hasPipeline = false;
     // NULL joins the streaming threads: after it nothing calls back into us.
     gst_element_set_state(m_playbin, GST_STATE_NULL);
+    if (m_videoOut)
+        m_videoOut->sendStopped();
+    if (m_audioOut)
+        m_audioOut->sendStopped();
     g_signal_handlers_disconnect_by_data(m_playbin, this);
     GstBus *bus = gst_element_get_bus(m_playbin);
     gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);

@@ -22,6 +22,10 @@
 
 #include <playback/spplayer.h>
 
+#include <memory>
+
+class VideoOutChannel;
+
 struct SinkConfig
 {
     // gst-launch descriptions; empty means a synchronised fakesink.
@@ -95,6 +99,10 @@ private:
     int setParameter(const QByteArray &key, const QByteArray &value);
     int getParameter(const QByteArray &key, QByteArray *output) const;
     int subtitleLanguage(int index, QByteArray *output) const;
+    // Video to a client's channel (videoout_engine.cpp).
+    int attachVideoOut(const QByteArray &token);
+    GstElement *makeVideoSink();
+    GstElement *makeAudioSink();
 
     void finishPrepare(int result);
     void checkPrerollProgress();
@@ -139,6 +147,8 @@ private:
     PipelineWriter m_writer;
     GstElement *m_playbin = nullptr;
     GstElement *m_textSink = nullptr;
+    std::shared_ptr<VideoOutChannel> m_videoOut;
+    std::shared_ptr<VideoOutChannel> m_audioOut; // a probe's copy of the sound
 
     // Read by the socket thread too (answerFromStore).
     std::atomic<State> m_state{playback::SPPlayer::STATE_IDLE};

@@ -13,6 +13,9 @@ namespace playbinengine {
 constexpr int kFlagVideo = 1 << 0;
 constexpr int kFlagText = 1 << 2;
 
+// A sink from its gst-launch description; empty: a synchronised fakesink.
+GstElement *makeSink(const QByteArray &description);
+
 inline qint64 nsToMs(gint64 ns)
 {
     return ns / GST_MSECOND;

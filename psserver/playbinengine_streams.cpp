@@ -129,6 +129,8 @@ int PlaybinEngine::setParameter(const QByteArray &key, const QByteArray &value)
 {
     if (value.isEmpty())
         return pswire::ResultInvalidArgument;
+    if (key == "video-out")
+        return attachVideoOut(value);
     const bool on = value.count('\0') != value.size();
     if (key == "set-subtitle-onoff") {
         if (on != m_subtitleOn) {

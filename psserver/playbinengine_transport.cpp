@@ -1,6 +1,7 @@
 // Transport of the playback engine: play, pause, stop, reset, seeks,
 // position, duration and rate.
 #include "playbinengine.h"
+#include "videoout.h"
 #include "playbinengine_p.h"
 #include "pswire.h"
 
@@ -54,6 +55,8 @@ int PlaybinEngine::stop()
         return pswire::ResultOk;
     cancelPrepare();
     gst_element_set_state(m_playbin, GST_STATE_READY);
+    if (m_videoOut)
+        m_videoOut->sendStopped();
     if (m_subtitleOn && !m_subtitles.shown().isEmpty())
         emitEvent(pswire::EvSubtitleChanged, {QByteArray(), 1});
     m_subtitles.resetShown();

@@ -7,6 +7,7 @@
 #   bench.json         rows, ratios, goals and every sample
 #   open-latency.png   the open latencies of both players per medium
 #   micro.json         the Google Benchmark micro-benchmarks
+#   video.md           video fps and CPU per frame (scripts/bench-video.sh)
 #
 #   scripts/bench.sh                 full run (about 10 minutes on 2 cores)
 #   scripts/bench.sh --smoke         every row once: that each gives a number
@@ -61,4 +62,6 @@ if [ -x "$build/bench/orvic-bench-micro" ]; then
     QT_LOGGING_RULES="default.debug=false" "$build/bench/orvic-bench-micro" \
         --benchmark_min_time="$min_time" --benchmark_out="$out/micro.json" --benchmark_out_format=json
 fi
+# Video through the session's plugin against Qt's stock back end.
+bash scripts/bench-video.sh "${smoke[@]}" --out "$out" || status=$?
 exit "$status"

@@ -23,6 +23,8 @@ packages=(
     # the QML example player (with the modules above)
     qml-module-qtquick2 qml-module-qtquick-window2 qml-module-qtquick-layouts
     qml-module-qtquick-controls2 qml-module-qtquick-templates2
+    # video on a screen in the example tests: a virtual X server with OpenGL
+    xvfb xauth libgl1-mesa-dri
 )
 if [ "${1:-}" = "--cross-armhf" ]; then
     packages+=(crossbuild-essential-armhf qemu-user mmdebstrap)

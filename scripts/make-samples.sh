@@ -22,6 +22,9 @@
 #                       AAC 44.1 kHz mono "fre"; mov_text subtitles "eng" with
 #                       two lines; container title "Sample movie"
 #   video-only.mp4      2 s 176x144 10 fps H.264, no audio
+#   bars.mp4            3 s 320x240 25 fps H.264 colour bars with a 440 Hz tone
+#                       (the bars stand still: their colours can be checked
+#                       on the screen at any moment)
 #   cover-640x480.jpg   the cover of tagged-gbk.mp3, for comparing pixels
 #   hostile/            damaged and misleading files (see below)
 set -euo pipefail
@@ -110,6 +113,8 @@ ff -f lavfi -i testsrc=size=320x240:rate=25:duration=4 \
 # Pictures without sound.
 ff -f lavfi -i testsrc=size=176x144:rate=10:duration=2 -c:v libx264 -preset veryfast -pix_fmt yuv420p \
    -movflags +faststart video-only.mp4
+ff -f lavfi -i smptebars=size=320x240:rate=25:duration=3 -f lavfi -i sine=frequency=440:duration=3 \
+   -c:v libx264 -preset veryfast -pix_fmt yuv420p -c:a aac -b:a 64k -movflags +faststart bars.mp4
 
 # --- (c) hostile files -------------------------------------------------------
 mkdir hostile

@@ -13,6 +13,7 @@
 #include <QtCore/qwaitcondition.h>
 
 #include <atomic>
+#include <functional>
 
 #include <playback/spmetadata.h>
 #include <playback/spplayer.h>
@@ -247,6 +248,14 @@ public:
         bool m_locked;
         int m_outerDepth = 0;
     };
+
+    // Private API of the library's own Qt Multimedia back end, not part of
+    // the published interface: runs `use` with the session's current engine
+    // player (null while it has none) under the engine lock, so that the
+    // player cannot be replaced meanwhile. False, without running `use`,
+    // when a command holds the lock: the caller tries again later.
+    static bool withEnginePlayer(QOrvicPlayerSession *session,
+                                 const std::function<void(playback::SPPlayer *)> &use);
 
 private:
     friend class MSPCBK_NavQueue;

@@ -6,7 +6,15 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLoggingCategory>
 
+#if ORVIC_HOST_VIDEO
+#include "videowindow.h"
+
+#include <QtWidgets/QApplication>
+#endif
+
 #include <cstdio>
+#include <cstring>
+#include <memory>
 
 namespace {
 const int kUsageError = 64;
@@ -14,7 +22,17 @@ const int kUsageError = 64;
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication app(argc, argv);
+    // A window needs a GUI application, which needs a display: only then.
+    bool window = false;
+    for (int i = 1; i < argc; ++i)
+        window = window || std::strcmp(argv[i], "--window") == 0;
+#if ORVIC_HOST_VIDEO
+    std::unique_ptr<QCoreApplication> application(window ? new QApplication(argc, argv)
+                                                         : new QCoreApplication(argc, argv));
+#else
+    std::unique_ptr<QCoreApplication> application(new QCoreApplication(argc, argv));
+#endif
+    QCoreApplication &app = *application;
     QCoreApplication::setApplicationName(QStringLiteral("orvic-play"));
 
     QCommandLineParser parser;
@@ -41,7 +59,9 @@ int main(int argc, char *argv[])
     const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Show the library's own log lines."));
     const QCommandLineOption subtitles(QStringLiteral("subtitles"),
                                        QStringLiteral("Subtitles on from the start (embedded ones or files beside the medium)."));
-    parser.addOptions({metadataOnly, json, cover, start, rate, volume, systemCodec, verbose, subtitles});
+    const QCommandLineOption windowOption(QStringLiteral("window"),
+                                          QStringLiteral("Show the video in a window (PC platform)."));
+    parser.addOptions({metadataOnly, json, cover, start, rate, volume, systemCodec, verbose, subtitles, windowOption});
     parser.process(app);
 
     const QStringList positional = parser.positionalArguments();
@@ -92,6 +112,21 @@ int main(int argc, char *argv[])
     {
         OrvicPlay player(options);
         QObject::connect(&player, &OrvicPlay::finished, &app, [&app]() { app.exit(0); }, Qt::QueuedConnection);
+#if ORVIC_HOST_VIDEO
+        std::unique_ptr<VideoWindow> videoWindow;
+        if (window) {
+            videoWindow = std::make_unique<VideoWindow>(QStringLiteral("orvic-play: ") + options.media);
+            QObject::connect(&player, &OrvicPlay::aboutToOpen, videoWindow.get(), &VideoWindow::check);
+            QObject::connect(&player, &OrvicPlay::ticked, videoWindow.get(), &VideoWindow::check);
+            QObject::connect(videoWindow.get(), &VideoWindow::closed, &player, [&player]() { player.quit(0); });
+            videoWindow->show(player.session());
+        }
+#else
+        if (window) {
+            std::fprintf(stderr, "orvic-play: --window needs the PC platform's video output\n");
+            return kUsageError;
+        }
+#endif
         QMetaObject::invokeMethod(&player, [&player]() { player.start(); }, Qt::QueuedConnection);
         interrupts::enterEventLoop(&player, [&player]() { player.quit(interrupts::kInterruptedExitCode); });
         app.exec();

@@ -70,6 +70,7 @@ void OrvicPlay::connectSession()
 
 void OrvicPlay::start()
 {
+    Q_EMIT aboutToOpen();
     m_session->manageActList(Session::Msg_SetMedia, m_options.media);
     if (m_options.metadataOnly)
         return;
@@ -171,6 +172,7 @@ void OrvicPlay::tick()
     const qint64 position = m_session->position();
     // The client's clock input of the service watchdog.
     m_session->timeUpdate(position);
+    Q_EMIT ticked();
     const qint64 duration = m_session->duration();
     const float rate = m_session->playbackRate();
     QString text = QStringLiteral("%1 / %2  %3  x%4  vol %5%6")

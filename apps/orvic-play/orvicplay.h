@@ -43,8 +43,14 @@ public:
     // Rates that the [ and ] keys step through (slow backward is never supported).
     static const QList<float> &rateSteps();
 
+    QOrvicPlayerSession *session() const { return m_session.get(); }
+
 Q_SIGNALS:
     void finished();
+    // Before the medium is opened, and after each time update of the
+    // session (its engine may have been replaced): for the video window.
+    void aboutToOpen();
+    void ticked();
 
 private:
     void connectSession();

@@ -78,3 +78,19 @@ if [ ! -s plain.mp4 ]; then
     ff -f lavfi -i "testsrc=size=160x120:rate=25:duration=4" -f lavfi -i "sine=frequency=440:duration=4" \
        -map 0:v -map 1:a -c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p -c:a aac -b:a 48k plain.mp4
 fi
+
+# Video frames: 1 s at 25 fps of colour bars (320x240); a stream whose
+# picture size changes from 320x240 to 160x120 after 1 s (two MPEG-TS
+# segments, the second after the first in time); and three 4K frames.
+[ -s bars25.mp4 ] || ff -f lavfi -i "smptebars=size=320x240:rate=25:duration=1" \
+    -c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p bars25.mp4
+if [ ! -s sizechange.ts ]; then
+    ff -f lavfi -i "testsrc=size=320x240:rate=25:duration=1" -c:v libx264 -preset ultrafast \
+       -g 25 -pix_fmt yuv420p -bsf:v h264_mp4toannexb sizechange-a.ts
+    ff -f lavfi -i "testsrc=size=160x120:rate=25:duration=1" -c:v libx264 -preset ultrafast \
+       -g 25 -pix_fmt yuv420p -bsf:v h264_mp4toannexb -output_ts_offset 1 sizechange-b.ts
+    cat sizechange-a.ts sizechange-b.ts > sizechange.ts
+    rm -f sizechange-a.ts sizechange-b.ts
+fi
+[ -s uhd.mp4 ] || ff -f lavfi -i "testsrc=size=3840x2160:rate=25:duration=0.12" \
+    -c:v libx264 -preset ultrafast -pix_fmt yuv420p uhd.mp4

@@ -107,6 +107,8 @@ foreach(_required
         "QOrvicPlayerSessionPrivate::init()"
         "QOrvicPlayerSessionPrivate::reset()"
         "QOrvicPlayerSessionPrivate::release()"
+        # the PC back end's video binding (private API)
+        "QOrvicPlayerSessionPrivate::withEnginePlayer(QOrvicPlayerSession*, std::function<void (playback::SPPlayer*)> const&)"
         "QMediaStringDefine::getLanguageString(unsigned int)")
     string(FIND "${_nm}" "${_required}" _at)
     if(_at EQUAL -1)

@@ -27,6 +27,11 @@ public:
         QMutexLocker lock(&m_mutex);
         m_objects.insert(object);
     }
+    bool contains(T *object)
+    {
+        QMutexLocker lock(&m_mutex);
+        return m_objects.contains(object);
+    }
     // False for an object this registry does not hold.
     bool remove(T *object)
     {
@@ -94,6 +99,14 @@ hostplatform::EngineFactory &factory()
 }
 
 } // namespace
+
+namespace hostplayback {
+// Players of the default factory are ClientPlayers; scripted ones are not.
+bool isClientPlayer(playback::SPPlayer *player)
+{
+    return players().contains(player);
+}
+} // namespace hostplayback
 
 namespace hostplatform {
 EngineFactory *installEngineFactory(EngineFactory *f)
