@@ -29,14 +29,14 @@ public:
 
 private:
     QOrvicSessionLink *m_link;
-#if ORVIC_HOST_VIDEO
-    QOrvicVideoRendererControl *m_renderer;
-    QOrvicAudioProbeHub *m_audioProbes;
-#endif
     QOrvicPlayerControl *m_player;
     QOrvicMetaDataControl *m_metaData;
     QOrvicStreamsControl *m_streams;
     QOrvicAvailabilityControl *m_availability;
+#if ORVIC_HOST_VIDEO
+    QOrvicVideoRendererControl *m_renderer;
+    QOrvicAudioProbeHub *m_audioProbes;
+#endif
 };
 
 #endif // QORVICMEDIASERVICE_H

@@ -71,7 +71,7 @@ VideoOutChannel::VideoOutChannel(int socket, const videowire::Message &hello)
       m_socket(socket)
 {
     gst_video_info_init(&m_info);
-    const uint32_t count = isAudio() ? videowire::SamplesCount : videowire::FormatCount;
+    const uint32_t count = isAudio() ? uint32_t(videowire::SamplesCount) : uint32_t(videowire::FormatCount);
     for (uint32_t i = 0; i < qMin<uint32_t>(hello.formatCount, videowire::kMaxFormats); ++i) {
         if (hello.formats[i] > 0 && hello.formats[i] < count && !m_formats.contains(hello.formats[i]))
             m_formats.append(hello.formats[i]);
