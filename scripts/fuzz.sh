@@ -13,8 +13,9 @@
 # Each target first replays its regression inputs (fuzz/regressions/TARGET),
 # then fuzzes from its seeds (fuzz/corpus/TARGET, the generated ones) and the
 # corpus it kept from earlier runs (ORVIC_FUZZ_CORPUS/TARGET). Printed
-# per target: executions, coverage (edges), crashes; a crash's input is kept
-# in build-fuzz/fuzz-artifacts/TARGET/. Exit status non-zero on any crash.
+# per target: executions, executions a second, coverage (edges), crashes;
+# a crash's input is kept in build-fuzz/fuzz-artifacts/TARGET/. Exit status
+# non-zero on any crash.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
@@ -84,17 +85,18 @@ done
 wait
 
 failed=0
-printf '%-20s %14s %10s %8s\n' target executions coverage crashes
+printf '%-20s %14s %8s %10s %8s\n' target executions exec/s coverage crashes
 for t in "${targets[@]}"; do
     log=$logs/$t.log
     execs=$(grep -o 'stat::number_of_executed_units: [0-9]*' "$log" 2>/dev/null | awk '{print $2}' | tail -1)
+    rate=$(grep -o 'stat::average_exec_per_sec: *[0-9]*' "$log" 2>/dev/null | awk '{print $2}' | tail -1)
     cov=$(grep -o 'cov: [0-9]*' "$log" 2>/dev/null | awk '{print $2}' | tail -1)
     crashes=0
     if [ "$(cat "$logs/$t.status")" != 0 ]; then
         crashes=1
         failed=1
     fi
-    printf '%-20s %14s %10s %8s\n' "$t" "${execs:-0}" "${cov:-0}" "$crashes"
+    printf '%-20s %14s %8s %10s %8s\n' "$t" "${execs:-0}" "${rate:-0}" "${cov:-0}" "$crashes"
     if [ $crashes -ne 0 ]; then
         echo "--- $t: see $log and $logs/$t.regressions.log" >&2
         grep -E 'ERROR|runtime error|FUZZ_CHECK|SUMMARY|Test unit written' "$log" "$logs/$t.regressions.log" 2>/dev/null | head -20 >&2 || true
