@@ -12,6 +12,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -35,6 +36,22 @@ qint64 pictureBytes(int width, int height)
         return 0;
     const qint64 stride = (qint64(width) * 3 + 3) & ~qint64(3);
     return stride > kMaxPictureBytes / height ? kMaxPictureBytes + 1 : stride * height;
+}
+
+// Fills `out` with `pattern` repeated. The pattern is copied, then the filled
+// part doubles with each copy: a byte loop here, instrumented like all of
+// the target, cost more than everything the session does with the picture.
+void repeatInto(std::vector<unsigned char> &out, const std::vector<uint8_t> &pattern)
+{
+    if (pattern.empty() || out.empty())
+        return;
+    size_t filled = std::min(pattern.size(), out.size());
+    std::memcpy(out.data(), pattern.data(), filled);
+    while (filled < out.size()) {
+        const size_t n = std::min(filled, out.size() - filled);
+        std::memcpy(out.data() + filled, out.data(), n);
+        filled += n;
+    }
 }
 
 template <typename Record>
@@ -95,8 +112,7 @@ struct ScriptedStreams
         pixelsReadable = needed <= kMaxPictureBytes;
         pixels.assign(size_t(pixelsReadable ? needed : 16) + 1, 0);
         const std::vector<uint8_t> fill = in.ConsumeBytes<uint8_t>(size_t(in.ConsumeIntegralInRange<int>(0, 64)));
-        for (size_t i = 0; !fill.empty() && i < pixels.size(); ++i)
-            pixels[i] = fill[i % fill.size()];
+        repeatInto(pixels, fill);
         playback::SPMetaData::Picture picture;
         std::memset(&picture, 0, sizeof picture);
         picture.data = in.ConsumeBool() ? pixels.data() : nullptr;

@@ -5,13 +5,17 @@
 #   scripts/fuzz.sh [SECONDS]      default 60 s per target
 #
 # Environment: ORVIC_FUZZ_TARGETS="fuzz_textdecode fuzz_psprotocol" runs only
-# those; ORVIC_FUZZ_JOBS=N runs N targets at a time (default 1).
+# those; ORVIC_FUZZ_JOBS=N runs N targets at a time (default 1);
+# ORVIC_FUZZ_CORPUS=DIR keeps the corpora there (one directory per target)
+# instead of in build-fuzz/fuzz-corpus, so that long runs build on each other
+# across fresh build directories.
 #
 # Each target first replays its regression inputs (fuzz/regressions/TARGET),
 # then fuzzes from its seeds (fuzz/corpus/TARGET, the generated ones) and the
-# corpus it kept from earlier runs (build-fuzz/fuzz-corpus/TARGET). Printed
-# per target: executions, coverage (edges), crashes; a crash's input is kept
-# in build-fuzz/fuzz-artifacts/TARGET/. Exit status non-zero on any crash.
+# corpus it kept from earlier runs (ORVIC_FUZZ_CORPUS/TARGET). Printed
+# per target: executions, executions a second, coverage (edges), crashes;
+# a crash's input is kept in build-fuzz/fuzz-artifacts/TARGET/. Exit status
+# non-zero on any crash.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
@@ -19,6 +23,7 @@ jobs=${ORVIC_FUZZ_JOBS:-1}
 bash scripts/install-deps.sh --fuzz
 
 build=build-fuzz
+corpora=${ORVIC_FUZZ_CORPUS:-$build/fuzz-corpus}
 all_targets=(fuzz_textdecode fuzz_metadatamap fuzz_psprotocol fuzz_filemetadata fuzz_commandqueue)
 read -r -a targets <<< "${ORVIC_FUZZ_TARGETS:-${all_targets[*]}}"
 
@@ -47,10 +52,17 @@ mkdir -p "$logs"
 
 run_target() {
     local t=$1 exe=$build/fuzz/$1
-    local corpus=$build/fuzz-corpus/$t artifacts=$build/fuzz-artifacts/$t
+    local corpus=$corpora/$t artifacts=$build/fuzz-artifacts/$t
     mkdir -p "$corpus" "$artifacts" "$seeds/$t"
     local extra=(-rss_limit_mb=3072 -timeout=30)
-    [ "$t" = fuzz_filemetadata ] && extra+=(-max_len=32768)
+    # Input caps where longer inputs only repeat what shorter ones reach and
+    # cost time per execution: file heads of the tags, the cover and the first
+    # packets; a few dozen commands; every field of the engine's answers.
+    case $t in
+        fuzz_filemetadata) extra+=(-max_len=32768) ;;
+        fuzz_commandqueue) extra+=(-max_len=512) ;;
+        fuzz_metadatamap) extra+=(-max_len=2048) ;;
+    esac
     local status=0
     if compgen -G "fuzz/regressions/$t/*" >/dev/null; then
         "$exe" "${extra[@]}" fuzz/regressions/"$t"/* > "$logs/$t.regressions.log" 2>&1 || status=1
@@ -73,17 +85,18 @@ done
 wait
 
 failed=0
-printf '%-20s %14s %10s %8s\n' target executions coverage crashes
+printf '%-20s %14s %8s %10s %8s\n' target executions exec/s coverage crashes
 for t in "${targets[@]}"; do
     log=$logs/$t.log
     execs=$(grep -o 'stat::number_of_executed_units: [0-9]*' "$log" 2>/dev/null | awk '{print $2}' | tail -1)
+    rate=$(grep -o 'stat::average_exec_per_sec: *[0-9]*' "$log" 2>/dev/null | awk '{print $2}' | tail -1)
     cov=$(grep -o 'cov: [0-9]*' "$log" 2>/dev/null | awk '{print $2}' | tail -1)
     crashes=0
     if [ "$(cat "$logs/$t.status")" != 0 ]; then
         crashes=1
         failed=1
     fi
-    printf '%-20s %14s %10s %8s\n' "$t" "${execs:-0}" "${cov:-0}" "$crashes"
+    printf '%-20s %14s %8s %10s %8s\n' "$t" "${execs:-0}" "${rate:-0}" "${cov:-0}" "$crashes"
     if [ $crashes -ne 0 ]; then
         echo "--- $t: see $log and $logs/$t.regressions.log" >&2
         grep -E 'ERROR|runtime error|FUZZ_CHECK|SUMMARY|Test unit written' "$log" "$logs/$t.regressions.log" 2>/dev/null | head -20 >&2 || true

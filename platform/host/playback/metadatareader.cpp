@@ -105,14 +105,45 @@ std::string localPathFromUrl(const char *url)
     return percentDecoded(rest);
 }
 
-int FileMetaData::setUrl(const char *url)
+MediaSource MediaSource::file(const std::string &path)
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    MediaSource source;
+    source.path = path;
+    return source;
+}
+
+MediaSource MediaSource::memory(const unsigned char *data, size_t size)
+{
+    // A null pointer with no bytes still names an (empty) buffer.
+    static const unsigned char kNoBytes = 0;
+    MediaSource source;
+    source.data = data ? data : &kNoBytes;
+    source.size = data ? size : 0;
+    return source;
+}
+
+int probeStreams(const std::string &path, MediaFacts &facts)
+{
+    return probeStreams(MediaSource::file(path), facts);
+}
+
+bool readId3Tags(const std::string &path, MediaFacts &facts)
+{
+    return readId3Tags(MediaSource::file(path), facts);
+}
+
+void FileMetaData::forget()
+{
     mFacts = MediaFacts();
     mLastString.clear();
     mLastTagV2 = false;
     mPicture = RgbImage();
+}
 
+int FileMetaData::setUrl(const char *url)
+{
+    std::lock_guard<std::mutex> locker(mLock);
+    forget();
     const std::string path = localPathFromUrl(url);
     if (path.empty())
         return StatusBadUrl;
@@ -120,16 +151,27 @@ int FileMetaData::setUrl(const char *url)
     struct stat st;
     if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || access(path.c_str(), R_OK) != 0)
         return StatusNotReadable;
+    return read(MediaSource::file(path));
+}
 
+int FileMetaData::setBytes(const unsigned char *data, size_t size)
+{
+    std::lock_guard<std::mutex> locker(mLock);
+    forget();
+    return read(MediaSource::memory(data, size));
+}
+
+int FileMetaData::read(const MediaSource &source)
+{
     MediaFacts facts;
-    const int status = probeStreams(path, facts);
+    const int status = probeStreams(source, facts);
     if (status != StatusOk)
         return status;
     // ID3 tags are read by TagLib and replace the container's view of them:
     // libavformat decodes Latin-1 frames and merges both ID3 versions, which
     // loses the raw bytes and which version answered.
     MediaFacts id3;
-    if (readId3Tags(path, id3)) {
+    if (readId3Tags(source, id3)) {
         facts.tags = std::move(id3.tags);
         if (!id3.pictures.empty())
             facts.pictures = std::move(id3.pictures);

@@ -100,12 +100,30 @@ struct Size {
 // percent-escapes); empty when it names none.
 std::string localPathFromUrl(const char *url);
 
+// Where a medium's bytes are read from: a local file, or a buffer in memory
+// that is read in place (it must outlive the read). Both give the same
+// answers for the same bytes, except that a medium in memory has no name to
+// hint at its format (read like a file whose name tells nothing) and may
+// name no other file (a playlist's or a reference file's entries are not
+// opened).
+struct MediaSource {
+    std::string path;                    // the file, when `data` is null
+    const unsigned char *data = nullptr; // the bytes in memory
+    size_t size = 0;
+
+    static MediaSource file(const std::string &path);
+    static MediaSource memory(const unsigned char *data, size_t size);
+    bool inMemory() const { return data != nullptr; }
+};
+
 // Streams, duration, container tags and attached pictures. Bounded in time:
 // a file that keeps the demuxer busy is given up.
+int probeStreams(const MediaSource &source, MediaFacts &facts);
 int probeStreams(const std::string &path, MediaFacts &facts);
 
 // ID3v2 at the start and ID3v1 at the end of the file, of any format.
 // Returns true when either was found; fills tags and pictures.
+bool readId3Tags(const MediaSource &source, MediaFacts &facts);
 bool readId3Tags(const std::string &path, MediaFacts &facts);
 
 // Codec text for a libavformat codec id, short enough for the 8-byte fields.
@@ -152,6 +170,10 @@ public:
     ~FileMetaData() override = default;
 
     int setUrl(const char *url) override;
+    // The answers setUrl() gives for a file holding these `size` bytes, read
+    // from memory: for callers that hold a medium's bytes and no file of it.
+    // An empty buffer is StatusNotMedia, like an empty file.
+    int setBytes(const unsigned char *data, size_t size);
     int getMediaType() override;
     long long getDuration() override;
     int getProgramNum() override;
@@ -166,6 +188,10 @@ public:
 
 private:
     bool hasProgram(int program) const { return program == 0 && mFacts.programs > 0; }
+    // Forgets the previous medium; called with mLock held.
+    void forget();
+    // Reads the facts of a readable source; called with mLock held.
+    int read(const MediaSource &source);
 
     std::mutex mLock;
     MediaFacts mFacts;

@@ -11,6 +11,7 @@ extern "C" {
 #include <libavutil/time.h>
 }
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -39,6 +40,84 @@ struct FormatCloser {
     void operator()(AVFormatContext *context) const { avformat_close_input(&context); }
 };
 using FormatContextPtr = std::unique_ptr<AVFormatContext, FormatCloser>;
+
+// A medium in memory, read through libavformat's I/O callbacks.
+struct MemoryReader {
+    const unsigned char *data;
+    int64_t size;
+    int64_t position;
+};
+
+int readMemory(void *opaque, uint8_t *buffer, int wanted)
+{
+    MemoryReader *m = static_cast<MemoryReader *>(opaque);
+    const int64_t left = m->size - m->position;
+    if (left <= 0 || wanted <= 0)
+        return AVERROR_EOF;
+    const int n = int(std::min<int64_t>(left, wanted));
+    memcpy(buffer, m->data + m->position, size_t(n));
+    m->position += n;
+    return n;
+}
+
+int64_t seekMemory(void *opaque, int64_t offset, int whence)
+{
+    MemoryReader *m = static_cast<MemoryReader *>(opaque);
+    whence &= ~AVSEEK_FORCE;
+    if (whence == AVSEEK_SIZE)
+        return m->size;
+    int64_t base = 0;
+    if (whence == SEEK_CUR)
+        base = m->position;
+    else if (whence == SEEK_END)
+        base = m->size;
+    else if (whence != SEEK_SET)
+        return AVERROR(EINVAL);
+    // Past the end is allowed (reads there find the end), as with a file.
+    if ((offset > 0 && base > INT64_MAX - offset) || base + offset < 0)
+        return AVERROR(EINVAL);
+    m->position = base + offset;
+    return m->position;
+}
+
+// A medium in memory names no other file: a playlist's or reference file's
+// entries are refused instead of being opened.
+int refuseNestedOpen(AVFormatContext *, AVIOContext **, const char *, int, AVDictionary **)
+{
+    return AVERROR(EPERM);
+}
+
+// The I/O context of a medium in memory; freed after the format context that
+// reads through it is closed.
+class MemoryInput
+{
+public:
+    MemoryInput(const unsigned char *data, size_t size) : mReader{data, int64_t(size), 0}
+    {
+        constexpr int kBufferSize = 32 * 1024;
+        unsigned char *buffer = static_cast<unsigned char *>(av_malloc(kBufferSize));
+        if (!buffer)
+            return;
+        mContext = avio_alloc_context(buffer, kBufferSize, 0, &mReader, readMemory, nullptr, seekMemory);
+        if (!mContext)
+            av_free(buffer);
+    }
+    ~MemoryInput()
+    {
+        if (mContext) {
+            av_freep(&mContext->buffer);
+            avio_context_free(&mContext);
+        }
+    }
+    MemoryInput(const MemoryInput &) = delete;
+    MemoryInput &operator=(const MemoryInput &) = delete;
+
+    AVIOContext *context() const { return mContext; }
+
+private:
+    MemoryReader mReader;
+    AVIOContext *mContext = nullptr;
+};
 
 // Damaged files make libavformat complain at length on stderr; the caller
 // learns of failures through the results. A level someone chose stays.
@@ -208,22 +287,34 @@ std::string shortCodecName(int codecId)
     return clipped(name);
 }
 
-int probeStreams(const std::string &path, MediaFacts &facts)
+int probeStreams(const MediaSource &source, MediaFacts &facts)
 {
     quietLibavLog();
     Deadline deadline{av_gettime_relative() + kProbeDeadlineUs};
+    // Declared before the format context: freed after it is closed.
+    std::unique_ptr<MemoryInput> memory;
+    if (source.inMemory()) {
+        memory.reset(new MemoryInput(source.data, source.size));
+        if (!memory->context())
+            return StatusNotMedia;
+    }
     AVFormatContext *raw = avformat_alloc_context();
     if (!raw)
         return StatusNotMedia;
     raw->interrupt_callback.callback = deadlinePassed;
     raw->interrupt_callback.opaque = &deadline;
+    if (memory) {
+        raw->pb = memory->context();
+        raw->io_open = refuseNestedOpen;
+    }
     AVDictionary *options = nullptr;
     // A local playlist or reference file must not make us open anything else.
     av_dict_set(&options, "protocol_whitelist", "file", 0);
     // A still image is the file itself, never a numbered sequence ("%d").
     av_dict_set(&options, "pattern_type", "none", 0);
     // "file:" keeps a colon in the name from being read as a protocol.
-    const int opened = avformat_open_input(&raw, ("file:" + path).c_str(), nullptr, &options);
+    const std::string url = memory ? std::string() : "file:" + source.path;
+    const int opened = avformat_open_input(&raw, url.c_str(), nullptr, &options);
     av_dict_free(&options);
     if (opened < 0)
         return StatusNotMedia; // avformat_open_input freed the context

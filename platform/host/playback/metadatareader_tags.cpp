@@ -9,6 +9,7 @@
 #include <taglib/id3v1tag.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/textidentificationframe.h>
+#include <taglib/tbytevectorstream.h>
 #include <taglib/tfile.h>
 #include <taglib/tfilestream.h>
 
@@ -214,13 +215,11 @@ void installTagStringHandlers()
     });
 }
 
-bool readId3Tags(const std::string &path, MediaFacts &facts)
+namespace {
+
+bool readId3Tags(TagLib::IOStream *stream, MediaFacts &facts)
 {
-    installTagStringHandlers();
-    TagLib::FileStream stream(path.c_str(), true);
-    if (!stream.isOpen())
-        return false;
-    TagSource file(&stream);
+    TagSource file(stream);
     bool found = false;
     if (hasId3v2Header(file)) {
         readId3v2(file, facts);
@@ -229,6 +228,22 @@ bool readId3Tags(const std::string &path, MediaFacts &facts)
     if (readId3v1(file, facts))
         found = true;
     return found;
+}
+
+} // namespace
+
+bool readId3Tags(const MediaSource &source, MediaFacts &facts)
+{
+    installTagStringHandlers();
+    if (source.inMemory()) {
+        TagLib::ByteVectorStream stream(
+            TagLib::ByteVector(reinterpret_cast<const char *>(source.data), unsigned(source.size)));
+        return readId3Tags(&stream, facts);
+    }
+    TagLib::FileStream stream(source.path.c_str(), true);
+    if (!stream.isOpen())
+        return false;
+    return readId3Tags(&stream, facts);
 }
 
 } // namespace metadatareader
