@@ -114,6 +114,7 @@ private Q_SLOTS:
     void startSaysWhyTheDaemonCannotStart();
     void startWaitsForADaemonOnItsWayOut();
     void startAfterKillAlwaysGivesARunningDaemon();
+    void startReplacesADaemonKilledWhileStarting_data();
     void startReplacesADaemonKilledWhileStarting();
 
 private:
@@ -353,11 +354,21 @@ void tst_E2ePropertyService::startAfterKillAlwaysGivesARunningDaemon()
     QCOMPARE(m_runtime->daemonLog().count("listening on"), 11);
 }
 
-// The first daemon is killed before it gets anywhere (here: a wrapper that
-// kills itself the first time); the start replaces it instead of leaving the
+void tst_E2ePropertyService::startReplacesADaemonKilledWhileStarting_data()
+{
+    QTest::addColumn<QString>("lastWords");
+    QTest::newRow("before any line") << QString();
+    // Its start-up lines are in the log, and they are no reason to give up.
+    QTest::newRow("after its start-up lines")
+        << QStringLiteral("echo \"00:00:00.000 I/psserver[$$] listening on @somewhere\"\n");
+}
+
+// The first daemon is killed before it answers (here: a wrapper that kills
+// itself the first time); the start replaces it instead of leaving the
 // caller with no daemon.
 void tst_E2ePropertyService::startReplacesADaemonKilledWhileStarting()
 {
+    QFETCH(QString, lastWords);
     const QString real = defaultServiceExecutable();
     QVERIFY2(QFileInfo(real).isExecutable(), qPrintable(real));
     const QString wrapper = m_runtime->path() + "/psserver-killed-once";
@@ -365,8 +376,8 @@ void tst_E2ePropertyService::startReplacesADaemonKilledWhileStarting()
     QFile script(wrapper);
     QVERIFY(script.open(QIODevice::WriteOnly));
     script.write(QStringLiteral("#!/bin/sh\n"
-                                "if [ ! -e '%1' ]; then : > '%1'; kill -9 $$; fi\n"
-                                "exec '%2' \"$@\"\n").arg(mark, real).toUtf8());
+                                "if [ ! -e '%1' ]; then : > '%1'; %3kill -9 $$; fi\n"
+                                "exec '%2' \"$@\"\n").arg(mark, real, lastWords).toUtf8());
     script.close();
     QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     qputenv("ORVIC_PSSERVER", wrapper.toUtf8());

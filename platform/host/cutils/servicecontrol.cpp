@@ -242,8 +242,14 @@ std::string lastLoggedLine(const std::string &path, off_t offset)
             continue;
         const size_t tag = line.find("/psserver[");
         const size_t tagEnd = tag == std::string::npos ? tag : line.find("] ", tag);
-        if (tagEnd != std::string::npos)
+        if (tagEnd != std::string::npos) {
+            // Start-up news ("listening on ...") is no reason to give up: a
+            // daemon that said only such things and ended was killed.
+            const char level = tag > 0 ? line[tag - 1] : '?';
+            if (level == 'I' || level == 'D')
+                continue;
             return line.substr(tagEnd + 2);
+        }
         if (other.empty())
             other = line;
     }
