@@ -6,12 +6,14 @@
 
 #include <QtCore/QFile>
 #include <QtCore/QProcess>
+#include <QtCore/QScopeGuard>
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QTimer>
 #include <QtMultimedia/QMediaPlayer>
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 #include <QtMultimedia/QMediaService>
+#include <QtCore/QScopeGuard>
 #include <QtTest/QtTest>
 
 #include <csignal>
@@ -486,11 +488,15 @@ void tst_PluginPlayer::serviceMissing()
     m_runtime = std::make_unique<RuntimeDir>();
     const QByteArray previous = qgetenv("ORVIC_PSSERVER");
     qputenv("ORVIC_PSSERVER", "/nonexistent/psserver");
+    // The session starts the service on its own thread some time after the
+    // player exists: the setting stays until the check is over.
+    const auto restore = qScopeGuard([&previous] {
+        if (previous.isEmpty())
+            qunsetenv("ORVIC_PSSERVER");
+        else
+            qputenv("ORVIC_PSSERVER", previous);
+    });
     QMediaPlayer player;
-    if (previous.isEmpty())
-        qunsetenv("ORVIC_PSSERVER");
-    else
-        qputenv("ORVIC_PSSERVER", previous);
     PlayerRecorder rec(&player);
     QCOMPARE(player.service()->metaObject()->className(), "QOrvicMediaService");
     QCOMPARE(player.availability(), QMultimedia::ServiceMissing);
