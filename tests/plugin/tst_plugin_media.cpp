@@ -1,12 +1,15 @@
 // QMediaPlayer through the back end plugin, beyond transport: metadata with
-// legacy-charset tags and the cover, streams, playback from a QIODevice,
-// playlists and several players at once.
+// legacy-charset tags and the cover, streams (subtitle files beside the
+// medium among them), playback from a QIODevice, playlists and several
+// players at once.
 #include "e2esupport.h"
 #include "playerrecorder.h"
 #include "samples.h"
+#include "../hostservice/subtitlesamples.h"
 
 #include <QtCore/QBuffer>
 #include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
 #include <QtGui/QImage>
 #include <QtMultimedia/QMediaMetaData>
 #include <QtMultimedia/QMediaPlayer>
@@ -52,6 +55,22 @@ QByteArray readAll(const QString &path)
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
+
+bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+const subtitlesamples::Sample &subtitleSample(const char *name)
+{
+    static const QVector<subtitlesamples::Sample> all = subtitlesamples::samples();
+    for (const subtitlesamples::Sample &sample : all) {
+        if (qstrcmp(sample.name, name) == 0)
+            return sample;
+    }
+    qFatal("no subtitle sample %s", name);
+}
 } // namespace
 
 class tst_PluginMedia : public QObject
@@ -67,6 +86,7 @@ private Q_SLOTS:
     void coverArtIsADeepCopy();
     void metadataSignals();
     void streamsAndSwitching();
+    void subtitleFilesBesideTheMedium();
     void playFromDevice_data();
     void playFromDevice();
     void unreadableDevice();
@@ -213,6 +233,66 @@ void tst_PluginMedia::streamsAndSwitching()
     QTRY_COMPARE_WITH_TIMEOUT(activeChanged.size(), 3, 10000);
     QVERIFY(!streams->isActive(2));
     QCOMPARE(player.state(), QMediaPlayer::PlayingState);
+}
+
+// film.srt in CP949 and film.ru.srt in windows-1251 beside a film with two
+// audio streams and one subtitle stream of its own: the files are listed
+// after the embedded stream, named by their tags, and their lines reach the
+// player decoded when one of them is switched on.
+void tst_PluginMedia::subtitleFilesBesideTheMedium()
+{
+    QTemporaryDir folder;
+    QVERIFY(folder.isValid());
+    const QString film = folder.filePath(QStringLiteral("film.mp4"));
+    QVERIFY(QFile::copy(samples::path("movie.mp4"), film));
+    const subtitlesamples::Sample &korean = subtitleSample("Korean CP949");
+    const subtitlesamples::Sample &russian = subtitleSample("Russian windows-1251");
+    const QStringList russianLines = russian.lines.mid(0, 2);
+    QVERIFY(writeFile(folder.filePath(QStringLiteral("film.srt")),
+                      subtitlesamples::encode(subtitlesamples::srt(korean.lines.mid(0, 2), 1000, 1000, 700),
+                                              korean.codepage)));
+    QVERIFY(writeFile(folder.filePath(QStringLiteral("film.ru.srt")),
+                      subtitlesamples::encode(subtitlesamples::srt(russianLines, 1000, 1000, 700),
+                                              russian.codepage)));
+
+    QMediaPlayer player;
+    PlayerRecorder rec(&player);
+    auto *streams = qobject_cast<QMediaStreamsControl *>(player.service()->requestControl(QMediaStreamsControl_iid));
+    QVERIFY(streams);
+    QSignalSpy activeChanged(streams, &QMediaStreamsControl::activeStreamsChanged);
+    QSignalSpy keyChanged(&player, QOverload<const QString &, const QVariant &>::of(&QMediaPlayer::metaDataChanged));
+    player.setMedia(QUrl::fromLocalFile(film));
+    QVERIFY(rec.waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
+    QCOMPARE(streams->streamCount(), 5);
+    const QList<QMediaStreamsControl::StreamType> types = {
+            QMediaStreamsControl::AudioStream, QMediaStreamsControl::AudioStream,
+            QMediaStreamsControl::SubPictureStream, QMediaStreamsControl::SubPictureStream,
+            QMediaStreamsControl::SubPictureStream};
+    const QStringList languages = {QStringLiteral("eng"), QStringLiteral("fre"), QStringLiteral("en"),
+                                   QStringLiteral("und"), QStringLiteral("ru")};
+    for (int i = 0; i < types.size(); ++i) {
+        QCOMPARE(streams->streamType(i), types.at(i));
+        QCOMPARE(streams->metaData(i, QMediaMetaData::Language).toString(), languages.at(i));
+    }
+
+    // The Russian file, switched on before playing: its lines from the start.
+    streams->setActive(4, true);
+    QVERIFY(activeChanged.wait(10000));
+    QVERIFY(streams->isActive(4));
+    QVERIFY(!streams->isActive(2));
+    QVERIFY(!streams->isActive(3));
+    keyChanged.clear();
+    player.play();
+    QVERIFY(rec.waitForStatus(QMediaPlayer::EndOfMedia, kLoadMs));
+    QStringList subtitles;
+    for (const QList<QVariant> &args : qAsConst(keyChanged)) {
+        if (args.at(0).toString() == QMediaMetaData::SubTitle)
+            subtitles << args.at(1).toString();
+    }
+    QStringList expected;
+    for (const QString &line : russianLines)
+        expected << line << QString();
+    QCOMPARE(subtitles, expected);
 }
 
 void tst_PluginMedia::playFromDevice_data()
