@@ -48,6 +48,7 @@ private Q_SLOTS:
     void stopDuringRecoveryIsNotUndone();
     void commandFromSlotOnOwnerThreadWhileCommandRuns();
     void commandFromEngineThreadSlotWhileCommandRuns();
+    void gettersOnAnotherThreadWhileCommandsRun();
 
 private:
     void serviceDies() { h->props.set("ctl.stop", "psserver"); }
@@ -406,6 +407,55 @@ void tst_AdaptorThreads::commandFromEngineThreadSlotWhileCommandRuns()
     QCOMPARE(h->transportCalls(), QStringList({"getSpeed()", "play()", "getDuration()", "setStreamVolume(45)"}));
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)", "stateChanged(5)", "volumeChanged(45)"}));
     QCOMPARE(h->d->mDispatchState.loadAcquire(), 0);
+}
+
+// The getters that read stored values, on a thread of their own while
+// commands on the owner thread and callbacks on an engine thread change those
+// values. The reading thread takes no lock that the writers give up, so under
+// ThreadSanitizer (scripts/test.sh --tsan) a value read or written without
+// its atomic or its lock is reported whatever the interleaving. Everywhere:
+// once the writers are done, the getters give what they left.
+void tst_AdaptorThreads::gettersOnAnotherThreadWhileCommandsRun()
+{
+    h->alsoForNewPlayers([](ScriptedPlayer *p) { p->script().setDefault("getVolume", 50); });
+    h->start();
+    QOrvicPlayerSession *session = h->session.get();
+    std::atomic<bool> writersDone{false};
+    std::atomic<int> rounds{0};
+    std::thread reader([session, &writersDone, &rounds] {
+        // At least one round after the writers, so that every value is read
+        // both while and after it is written.
+        for (bool last = false; !last; rounds.fetch_add(1, std::memory_order_relaxed)) {
+            last = writersDone.load(std::memory_order_relaxed);
+            (void)session->state();
+            (void)session->volume();
+            (void)session->isMuted();
+            (void)session->isAudioAvailable();
+            (void)session->isVideoAvailable();
+            (void)session->isSeekable();
+            (void)session->availablePlaybackRanges();
+            (void)session->getCurrentAudioStream();
+        }
+    });
+
+    h->openAndPlay(kMovie);
+    h->d->setVolume(33);
+    h->d->setMuted(true);
+    h->d->setAudioStream(1);
+    runOnEngineThread([this] { h->player()->callBack()->seekableChanged(false); });
+    h->d->pause();
+    writersDone.store(true, std::memory_order_relaxed);
+    reader.join();
+
+    QVERIFY(rounds.load() >= 1);
+    QCOMPARE(session->state(), S::Player_Pause);
+    QCOMPARE(session->volume(), 33);
+    QVERIFY(session->isMuted());
+    QVERIFY(session->isVideoAvailable());
+    QVERIFY(session->isAudioAvailable());
+    QVERIFY(!session->isSeekable());
+    QCOMPARE(session->availablePlaybackRanges(), QMediaTimeRange(0, session->duration()));
+    QCOMPARE(session->getCurrentAudioStream(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_AdaptorThreads)
