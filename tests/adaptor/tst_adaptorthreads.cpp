@@ -4,6 +4,7 @@
 // during a recovery, and commands queued from slots while a command runs.
 // Every interleaving is forced through engine hooks, none through timing.
 #include "adaptorharness.h"
+#include "sessiongetters.h"
 
 #include <QtTest/QtTest>
 
@@ -427,14 +428,7 @@ void tst_AdaptorThreads::gettersOnAnotherThreadWhileCommandsRun()
         // both while and after it is written.
         for (bool last = false; !last; rounds.fetch_add(1, std::memory_order_relaxed)) {
             last = writersDone.load(std::memory_order_relaxed);
-            (void)session->state();
-            (void)session->volume();
-            (void)session->isMuted();
-            (void)session->isAudioAvailable();
-            (void)session->isVideoAvailable();
-            (void)session->isSeekable();
-            (void)session->availablePlaybackRanges();
-            (void)session->getCurrentAudioStream();
+            readStoredValues(*session);
         }
     });
 

@@ -6,6 +6,7 @@
 //
 // ORVIC_E2E_STRESS_SECONDS sets how long the load lasts (default 6).
 #include "e2esupport.h"
+#include "sessiongetters.h"
 
 #include <qorvicplayersession.h>
 
@@ -86,16 +87,7 @@ void tst_E2eSessionStress::loadFromThreadsWithServiceKills()
         QThread::msleep(5);
     }));
     threads.emplace_back(new ClientThread("getters", running, [session](quint64) {
-        (void)session->state();
-        (void)session->duration();
-        (void)session->playbackRate();
-        (void)session->volume();
-        (void)session->isMuted();
-        (void)session->isAudioAvailable();
-        (void)session->isVideoAvailable();
-        (void)session->isSeekable();
-        (void)session->availablePlaybackRanges();
-        (void)session->getCurrentAudioStream();
+        orvictest::readAllValues(*session);
         QThread::msleep(1);
     }));
     for (int c = 0; c < 3; ++c) {

@@ -53,6 +53,20 @@ void *syncOf(const void *object)
     return const_cast<void *>(object);
 }
 
+void acquired(const void *object)
+{
+    __tsan_acquire(syncOf(object));
+}
+
+// A try that succeeded is annotated like the lock it took.
+template <typename Object>
+bool annotatedIf(bool taken, const Object *object, void (*annotate)(const Object *))
+{
+    if (taken)
+        annotate(object);
+    return taken;
+}
+
 } // namespace
 
 void QMutex::lock() QT_MUTEX_LOCK_NOEXCEPT
@@ -65,10 +79,7 @@ void QMutex::lock() QT_MUTEX_LOCK_NOEXCEPT
 bool QMutex::tryLock(int timeout) QT_MUTEX_LOCK_NOEXCEPT
 {
     QT_OWN(bool (*)(QMutex *, int), "_ZN6QMutex7tryLockEi");
-    const bool locked = own(this, timeout);
-    if (locked)
-        __tsan_acquire(syncOf(this));
-    return locked;
+    return annotatedIf<void>(own(this, timeout), this, acquired);
 }
 
 void QMutex::unlock() noexcept
@@ -142,19 +153,13 @@ void QReadWriteLock::lockForRead()
 bool QReadWriteLock::tryLockForRead()
 {
     QT_OWN(bool (*)(QReadWriteLock *), "_ZN14QReadWriteLock14tryLockForReadEv");
-    const bool locked = own(this);
-    if (locked)
-        lockedForRead(this);
-    return locked;
+    return annotatedIf(own(this), this, lockedForRead);
 }
 
 bool QReadWriteLock::tryLockForRead(int timeout)
 {
     QT_OWN(bool (*)(QReadWriteLock *, int), "_ZN14QReadWriteLock14tryLockForReadEi");
-    const bool locked = own(this, timeout);
-    if (locked)
-        lockedForRead(this);
-    return locked;
+    return annotatedIf(own(this, timeout), this, lockedForRead);
 }
 
 void QReadWriteLock::lockForWrite()
@@ -167,19 +172,13 @@ void QReadWriteLock::lockForWrite()
 bool QReadWriteLock::tryLockForWrite()
 {
     QT_OWN(bool (*)(QReadWriteLock *), "_ZN14QReadWriteLock15tryLockForWriteEv");
-    const bool locked = own(this);
-    if (locked)
-        lockedForWrite(this);
-    return locked;
+    return annotatedIf(own(this), this, lockedForWrite);
 }
 
 bool QReadWriteLock::tryLockForWrite(int timeout)
 {
     QT_OWN(bool (*)(QReadWriteLock *, int), "_ZN14QReadWriteLock15tryLockForWriteEi");
-    const bool locked = own(this, timeout);
-    if (locked)
-        lockedForWrite(this);
-    return locked;
+    return annotatedIf(own(this, timeout), this, lockedForWrite);
 }
 
 void QReadWriteLock::unlock()
@@ -191,49 +190,70 @@ void QReadWriteLock::unlock()
 
 // A wait gives the lock up and takes it again inside Qt; the waker's
 // hand-over reaches the waiter through the condition.
+namespace {
+bool givingUp(QMutex *mutex)
+{
+    __tsan_release(syncOf(mutex));
+    return false;
+}
+
+void retaken(QMutex *mutex, bool)
+{
+    __tsan_acquire(syncOf(mutex));
+}
+
+bool givingUp(QReadWriteLock *lock)
+{
+    const bool forRead = readWriteLockHeldForRead(lock);
+    unlocking(lock);
+    return forRead;
+}
+
+void retaken(QReadWriteLock *lock, bool forRead)
+{
+    if (forRead)
+        lockedForRead(lock);
+    else
+        lockedForWrite(lock);
+}
+
+template <typename Lock, typename Limit>
+bool annotatedWait(QWaitCondition *condition, Lock *lock, Limit limit,
+                   bool (*own)(QWaitCondition *, Lock *, Limit))
+{
+    const bool forRead = givingUp(lock);
+    const bool woken = own(condition, lock, limit);
+    retaken(lock, forRead);
+    __tsan_acquire(syncOf(condition));
+    return woken;
+}
+} // namespace
+
 bool QWaitCondition::wait(QMutex *lockedMutex, QDeadlineTimer deadline)
 {
     QT_OWN(bool (*)(QWaitCondition *, QMutex *, QDeadlineTimer),
            "_ZN14QWaitCondition4waitEP6QMutex14QDeadlineTimer");
-    __tsan_release(syncOf(lockedMutex));
-    const bool woken = own(this, lockedMutex, deadline);
-    __tsan_acquire(syncOf(lockedMutex));
-    __tsan_acquire(syncOf(this));
-    return woken;
+    return annotatedWait(this, lockedMutex, deadline, own);
 }
 
 bool QWaitCondition::wait(QMutex *lockedMutex, unsigned long time)
 {
     QT_OWN(bool (*)(QWaitCondition *, QMutex *, unsigned long), "_ZN14QWaitCondition4waitEP6QMutexm");
-    __tsan_release(syncOf(lockedMutex));
-    const bool woken = own(this, lockedMutex, time);
-    __tsan_acquire(syncOf(lockedMutex));
-    __tsan_acquire(syncOf(this));
-    return woken;
+    return annotatedWait(this, lockedMutex, time, own);
 }
 
 bool QWaitCondition::wait(QReadWriteLock *lockedReadWriteLock, QDeadlineTimer deadline)
 {
     QT_OWN(bool (*)(QWaitCondition *, QReadWriteLock *, QDeadlineTimer),
            "_ZN14QWaitCondition4waitEP14QReadWriteLock14QDeadlineTimer");
-    const bool forRead = readWriteLockHeldForRead(lockedReadWriteLock);
-    unlocking(lockedReadWriteLock);
-    const bool woken = own(this, lockedReadWriteLock, deadline);
-    forRead ? lockedForRead(lockedReadWriteLock) : lockedForWrite(lockedReadWriteLock);
-    __tsan_acquire(syncOf(this));
-    return woken;
+    return annotatedWait(this, lockedReadWriteLock, deadline, own);
 }
 
 bool QWaitCondition::wait(QReadWriteLock *lockedReadWriteLock, unsigned long time)
 {
     QT_OWN(bool (*)(QWaitCondition *, QReadWriteLock *, unsigned long),
            "_ZN14QWaitCondition4waitEP14QReadWriteLockm");
-    const bool forRead = readWriteLockHeldForRead(lockedReadWriteLock);
-    unlocking(lockedReadWriteLock);
-    const bool woken = own(this, lockedReadWriteLock, time);
-    forRead ? lockedForRead(lockedReadWriteLock) : lockedForWrite(lockedReadWriteLock);
-    __tsan_acquire(syncOf(this));
-    return woken;
+    return annotatedWait(this, lockedReadWriteLock, time, own);
 }
 
 void QWaitCondition::wakeOne()
@@ -260,19 +280,13 @@ void QSemaphore::acquire(int n)
 bool QSemaphore::tryAcquire(int n)
 {
     QT_OWN(bool (*)(QSemaphore *, int), "_ZN10QSemaphore10tryAcquireEi");
-    const bool acquired = own(this, n);
-    if (acquired)
-        __tsan_acquire(syncOf(this));
-    return acquired;
+    return annotatedIf<void>(own(this, n), this, acquired);
 }
 
 bool QSemaphore::tryAcquire(int n, int timeout)
 {
     QT_OWN(bool (*)(QSemaphore *, int, int), "_ZN10QSemaphore10tryAcquireEii");
-    const bool acquired = own(this, n, timeout);
-    if (acquired)
-        __tsan_acquire(syncOf(this));
-    return acquired;
+    return annotatedIf<void>(own(this, n, timeout), this, acquired);
 }
 
 void QSemaphore::release(int n)
