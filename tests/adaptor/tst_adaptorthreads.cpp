@@ -43,6 +43,7 @@ private Q_SLOTS:
     void recoveryLeavesTheEngineOfARunningCommand();
     void recoveryFromASlotInsideACommandWaits();
     void recoveryLeftByABusyTickRunsBeforeTheNextCommand();
+    void readerKeepsTheEngineUntilItIsDone_data();
     void readerKeepsTheEngineUntilItIsDone();
     void abandonedEngineCallsBackAfterRecovery();
     void stopDuringRecoveryIsNotUndone_data();
@@ -212,27 +213,50 @@ void tst_AdaptorThreads::recoveryLeftByABusyTickRunsBeforeTheNextCommand()
     QCOMPARE(h->session->state(), S::Player_Play);
 }
 
-// position() on another thread is inside the engine when a recovery releases
+void tst_AdaptorThreads::readerKeepsTheEngineUntilItIsDone_data()
+{
+    QTest::addColumn<QString>("reader");
+    QTest::addColumn<QString>("engineCall");
+    QTest::addColumn<QVariant>("answer");
+    QTest::newRow("position") << "position" << "getPosition" << QVariant(6000);
+    QTest::newRow("duration") << "duration" << "getDuration" << QVariant(7000);
+    // The rate is asked of the engine in trick play only.
+    QTest::newRow("playbackRate") << "playbackRate" << "getSpeed" << QVariant(2.0);
+}
+
+// A reader on another thread is inside the engine when a recovery releases
 // it: the engine is destroyed only after the reader has left it.
 void tst_AdaptorThreads::readerKeepsTheEngineUntilItIsDone()
 {
+    QFETCH(QString, reader);
+    QFETCH(QString, engineCall);
+    QFETCH(QVariant, answer);
     h->start();
     h->openAndPlay(kMovie);
+    if (reader == "playbackRate")
+        h->d->setPlaybackRate(2.0);
     ScriptedPlayer *inUse = h->player();
     serviceDies();
     h->clear();
 
     std::atomic<bool> readerInside{false};
     std::atomic<bool> letReaderGo{false};
-    inUse->setHook("getPosition", [&] {
+    inUse->setHook(engineCall, [&] {
         readerInside = true;
         waitUntil([&] { return letReaderGo.load(); });
         h->engine.recorder().record(QStringLiteral("reader leaves the engine"));
     });
-    inUse->script().setDefault("getPosition", 6000);
+    inUse->script().setDefault(engineCall, answer);
 
-    qint64 read = -1;
-    std::thread reader([&] { read = h->session->position(); });
+    QVariant read;
+    std::thread readerThread([&] {
+        if (reader == "position")
+            read = h->session->position();
+        else if (reader == "duration")
+            read = h->session->duration();
+        else
+            read = double(h->session->playbackRate());
+    });
     waitUntil([&] { return readerInside.load(); });
 
     // The recovery runs on a timer thread; it gets as far as stopping the
@@ -240,10 +264,10 @@ void tst_AdaptorThreads::readerKeepsTheEngineUntilItIsDone()
     std::thread timer([&] { h->session->timeUpdate(6000); });
     waitUntil([&] { return h->engine.recorder().count(QStringLiteral("stop")) > 0; });
     letReaderGo = true;
-    reader.join();
+    readerThread.join();
     timer.join();
 
-    QCOMPARE(read, qint64(6000));
+    QCOMPARE(read.toString(), answer.toString());
     const QStringList calls = h->engine.recorder().calls();
     const int left = calls.indexOf(QStringLiteral("reader leaves the engine"));
     const int destroyed = calls.indexOf(QStringLiteral("SPPlayer::destroy"));
