@@ -63,16 +63,6 @@ private:
     int m_fd;
 };
 
-// The abstract address of the service socket (leading NUL, no terminator).
-socklen_t serviceAddress(const std::string &dir, sockaddr_un *address)
-{
-    const std::string name = socketName(dir).substr(1); // without the '@'
-    *address = sockaddr_un{};
-    address->sun_family = AF_UNIX;
-    std::memcpy(address->sun_path + 1, name.data(), name.size());
-    return socklen_t(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-}
-
 // FNV-1a: stable across processes and builds, which std::hash is not.
 uint64_t fnv1a(const std::string &text)
 {
@@ -165,11 +155,20 @@ std::string socketName(const std::string &dir)
     return "@orvic-psserver-" + std::to_string(getuid()) + "-" + hash;
 }
 
-int listenOnServiceSocket(const std::string &dir, std::string *error)
+socklen_t abstractAddress(const std::string &name, sockaddr_un *address)
+{
+    const std::string bare = name.substr(1); // without the '@'
+    *address = sockaddr_un{};
+    address->sun_family = AF_UNIX;
+    std::memcpy(address->sun_path + 1, bare.data(), bare.size());
+    return socklen_t(offsetof(sockaddr_un, sun_path) + 1 + bare.size());
+}
+
+int listenOnAbstractSocket(const std::string &name, int type, std::string *error)
 {
     sockaddr_un address;
-    const socklen_t length = serviceAddress(dir, &address);
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const socklen_t length = abstractAddress(name, &address);
+    const int fd = ::socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         *error = std::strerror(errno);
         return -1;
@@ -183,10 +182,15 @@ int listenOnServiceSocket(const std::string &dir, std::string *error)
     return fd;
 }
 
+int listenOnServiceSocket(const std::string &dir, std::string *error)
+{
+    return listenOnAbstractSocket(socketName(dir), SOCK_STREAM, error);
+}
+
 int connectToServiceSocket(const std::string &dir, int timeoutMs)
 {
     sockaddr_un address;
-    const socklen_t length = serviceAddress(dir, &address);
+    const socklen_t length = abstractAddress(socketName(dir), &address);
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return -1;

@@ -5,7 +5,10 @@
 #define PSSERVER_HOSTRUNTIME_H
 
 #include <string>
+#include <sys/socket.h>
 #include <sys/types.h>
+
+struct sockaddr_un;
 
 namespace hostruntime {
 
@@ -40,6 +43,14 @@ std::string socketName(const std::string &dir);
 // A listening socket under that name (close-on-exec, blocking), or -1 with
 // the reason in `error`.
 int listenOnServiceSocket(const std::string &dir, std::string *error);
+// The Unix socket address of the abstract name `name` ("@..." as the names
+// above read; a leading NUL, no terminator) in `address`; returns its length.
+socklen_t abstractAddress(const std::string &name, sockaddr_un *address);
+// A listening Unix socket of `type` (SOCK_STREAM, SOCK_SEQPACKET, with
+// SOCK_NONBLOCK where wanted; always close-on-exec) on the abstract name
+// `name`, or -1 with the reason in `error`. Every socket of the service
+// listens through it.
+int listenOnAbstractSocket(const std::string &name, int type, std::string *error);
 // A socket connected to the service (close-on-exec, blocking), or -1. Waits at
 // most `timeoutMs` for room in a full listen queue. A listener of another
 // user under our name is not talked to.

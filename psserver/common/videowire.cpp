@@ -10,19 +10,6 @@
 
 namespace videowire {
 
-namespace {
-
-socklen_t videoAddress(const std::string &dir, sockaddr_un *address)
-{
-    const std::string name = socketName(dir).substr(1); // without the '@'
-    *address = sockaddr_un{};
-    address->sun_family = AF_UNIX;
-    std::memcpy(address->sun_path + 1, name.data(), name.size());
-    return socklen_t(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-}
-
-} // namespace
-
 std::string socketName(const std::string &dir)
 {
     return hostruntime::socketName(dir) + "-video";
@@ -30,26 +17,13 @@ std::string socketName(const std::string &dir)
 
 int listenOnSocket(const std::string &dir, std::string *error)
 {
-    sockaddr_un address;
-    const socklen_t length = videoAddress(dir, &address);
-    const int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) {
-        *error = std::strerror(errno);
-        return -1;
-    }
-    if (::bind(fd, reinterpret_cast<const sockaddr *>(&address), length) != 0
-        || ::listen(fd, SOMAXCONN) != 0) {
-        *error = std::strerror(errno);
-        ::close(fd);
-        return -1;
-    }
-    return fd;
+    return hostruntime::listenOnAbstractSocket(socketName(dir), SOCK_SEQPACKET | SOCK_NONBLOCK, error);
 }
 
 int connectToSocket(const std::string &dir)
 {
     sockaddr_un address;
-    const socklen_t length = videoAddress(dir, &address);
+    const socklen_t length = hostruntime::abstractAddress(socketName(dir), &address);
     const int fd = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return -1;

@@ -4,6 +4,7 @@
 // during a recovery, and commands queued from slots while a command runs.
 // Every interleaving is forced through engine hooks, none through timing.
 #include "adaptorharness.h"
+#include "sessiongetters.h"
 
 #include <QtTest/QtTest>
 
@@ -42,12 +43,14 @@ private Q_SLOTS:
     void recoveryLeavesTheEngineOfARunningCommand();
     void recoveryFromASlotInsideACommandWaits();
     void recoveryLeftByABusyTickRunsBeforeTheNextCommand();
+    void readerKeepsTheEngineUntilItIsDone_data();
     void readerKeepsTheEngineUntilItIsDone();
     void abandonedEngineCallsBackAfterRecovery();
     void stopDuringRecoveryIsNotUndone_data();
     void stopDuringRecoveryIsNotUndone();
     void commandFromSlotOnOwnerThreadWhileCommandRuns();
     void commandFromEngineThreadSlotWhileCommandRuns();
+    void gettersOnAnotherThreadWhileCommandsRun();
 
 private:
     void serviceDies() { h->props.set("ctl.stop", "psserver"); }
@@ -210,27 +213,50 @@ void tst_AdaptorThreads::recoveryLeftByABusyTickRunsBeforeTheNextCommand()
     QCOMPARE(h->session->state(), S::Player_Play);
 }
 
-// position() on another thread is inside the engine when a recovery releases
+void tst_AdaptorThreads::readerKeepsTheEngineUntilItIsDone_data()
+{
+    QTest::addColumn<QString>("reader");
+    QTest::addColumn<QString>("engineCall");
+    QTest::addColumn<QVariant>("answer");
+    QTest::newRow("position") << "position" << "getPosition" << QVariant(6000);
+    QTest::newRow("duration") << "duration" << "getDuration" << QVariant(7000);
+    // The rate is asked of the engine in trick play only.
+    QTest::newRow("playbackRate") << "playbackRate" << "getSpeed" << QVariant(2.0);
+}
+
+// A reader on another thread is inside the engine when a recovery releases
 // it: the engine is destroyed only after the reader has left it.
 void tst_AdaptorThreads::readerKeepsTheEngineUntilItIsDone()
 {
+    QFETCH(QString, reader);
+    QFETCH(QString, engineCall);
+    QFETCH(QVariant, answer);
     h->start();
     h->openAndPlay(kMovie);
+    if (reader == "playbackRate")
+        h->d->setPlaybackRate(2.0);
     ScriptedPlayer *inUse = h->player();
     serviceDies();
     h->clear();
 
     std::atomic<bool> readerInside{false};
     std::atomic<bool> letReaderGo{false};
-    inUse->setHook("getPosition", [&] {
+    inUse->setHook(engineCall, [&] {
         readerInside = true;
         waitUntil([&] { return letReaderGo.load(); });
         h->engine.recorder().record(QStringLiteral("reader leaves the engine"));
     });
-    inUse->script().setDefault("getPosition", 6000);
+    inUse->script().setDefault(engineCall, answer);
 
-    qint64 read = -1;
-    std::thread reader([&] { read = h->session->position(); });
+    QVariant read;
+    std::thread readerThread([&] {
+        if (reader == "position")
+            read = h->session->position();
+        else if (reader == "duration")
+            read = h->session->duration();
+        else
+            read = double(h->session->playbackRate());
+    });
     waitUntil([&] { return readerInside.load(); });
 
     // The recovery runs on a timer thread; it gets as far as stopping the
@@ -238,10 +264,10 @@ void tst_AdaptorThreads::readerKeepsTheEngineUntilItIsDone()
     std::thread timer([&] { h->session->timeUpdate(6000); });
     waitUntil([&] { return h->engine.recorder().count(QStringLiteral("stop")) > 0; });
     letReaderGo = true;
-    reader.join();
+    readerThread.join();
     timer.join();
 
-    QCOMPARE(read, qint64(6000));
+    QCOMPARE(read.toString(), answer.toString());
     const QStringList calls = h->engine.recorder().calls();
     const int left = calls.indexOf(QStringLiteral("reader leaves the engine"));
     const int destroyed = calls.indexOf(QStringLiteral("SPPlayer::destroy"));
@@ -406,6 +432,48 @@ void tst_AdaptorThreads::commandFromEngineThreadSlotWhileCommandRuns()
     QCOMPARE(h->transportCalls(), QStringList({"getSpeed()", "play()", "getDuration()", "setStreamVolume(45)"}));
     QCOMPARE(h->signalTexts(), QStringList({"stateChanged(5)", "stateChanged(5)", "volumeChanged(45)"}));
     QCOMPARE(h->d->mDispatchState.loadAcquire(), 0);
+}
+
+// The getters that read stored values, on a thread of their own while
+// commands on the owner thread and callbacks on an engine thread change those
+// values. The reading thread takes no lock that the writers give up, so under
+// ThreadSanitizer (scripts/test.sh --tsan) a value read or written without
+// its atomic or its lock is reported whatever the interleaving. Everywhere:
+// once the writers are done, the getters give what they left.
+void tst_AdaptorThreads::gettersOnAnotherThreadWhileCommandsRun()
+{
+    h->alsoForNewPlayers([](ScriptedPlayer *p) { p->script().setDefault("getVolume", 50); });
+    h->start();
+    QOrvicPlayerSession *session = h->session.get();
+    std::atomic<bool> writersDone{false};
+    std::atomic<int> rounds{0};
+    std::thread reader([session, &writersDone, &rounds] {
+        // At least one round after the writers, so that every value is read
+        // both while and after it is written.
+        for (bool last = false; !last; rounds.fetch_add(1, std::memory_order_relaxed)) {
+            last = writersDone.load(std::memory_order_relaxed);
+            readStoredValues(*session);
+        }
+    });
+
+    h->openAndPlay(kMovie);
+    h->d->setVolume(33);
+    h->d->setMuted(true);
+    h->d->setAudioStream(1);
+    runOnEngineThread([this] { h->player()->callBack()->seekableChanged(false); });
+    h->d->pause();
+    writersDone.store(true, std::memory_order_relaxed);
+    reader.join();
+
+    QVERIFY(rounds.load() >= 1);
+    QCOMPARE(session->state(), S::Player_Pause);
+    QCOMPARE(session->volume(), 33);
+    QVERIFY(session->isMuted());
+    QVERIFY(session->isVideoAvailable());
+    QVERIFY(session->isAudioAvailable());
+    QVERIFY(!session->isSeekable());
+    QCOMPARE(session->availablePlaybackRanges(), QMediaTimeRange(0, session->duration()));
+    QCOMPARE(session->getCurrentAudioStream(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_AdaptorThreads)

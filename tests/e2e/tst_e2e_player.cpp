@@ -1,60 +1,25 @@
 // The host engine player against the real psserver: every operation of the
-// player interface on generated media, the callbacks and their timing, broken
-// media, and a service that dies or freezes under a playing client.
-#include "e2esupport.h"
+// player interface on generated media, the callbacks and their timing.
+// Broken media and a service that dies or freezes: tst_e2e_playerfaults.
+#include "playerfixture.h"
 
-#include <playback/spplayer.h>
 #include <pswire.h>
 
-#include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
 #include <QtTest/QtTest>
 
-#include <csignal>
 #include <cstring>
-#include <memory>
 #include <thread>
 
 using namespace orvice2e;
 using playback::SPPlayer;
 
-namespace {
-
-struct PlayerDeleter
-{
-    void operator()(SPPlayer *player) const { SPPlayer::destroy(player); }
-};
-using PlayerPtr = std::unique_ptr<SPPlayer, PlayerDeleter>;
-
-QByteArray local(const QString &name)
-{
-    return mediaPath(name).toUtf8();
-}
-
-int intParameter(SPPlayer *player, const char *key)
-{
-    int value = -12345;
-    const int result = player->getParameter("mPlayer", key, &value, int(sizeof value));
-    return result == 0 ? value : result;
-}
-
-int setFlag(SPPlayer *player, const char *target, const char *key, bool on)
-{
-    return player->setParameter(target, key, &on, 1);
-}
-
-} // namespace
-
-class tst_E2ePlayer : public QObject
+class tst_E2ePlayer : public PlayerTestBase
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void openDescribes_data();
     void openDescribes();
     void streamCountsAndLanguage();
@@ -70,68 +35,10 @@ private Q_SLOTS:
     void pauseStopAndReset();
     void volume();
     void decoderSwitches();
-    void brokenMedia_data();
-    void brokenMedia();
-    void missingAndUnsupported();
-    void truncatedWithIndexEndsEarly();
-    void networkStreamPlays();
-    void networkFailureMidStream();
     void callsFromThreadWithoutEventLoop();
     void twoPlayersAreIndependent();
-    void deadServiceNeverBlocks_data();
-    void deadServiceNeverBlocks();
-    void frozenServiceRecoversAfterContinue();
-    void noServiceAtCreation();
     void configuredSinks();
-
-private:
-    PlayerPtr open(const QByteArray &url);
-    void verifyDaemonLogClean();
-
-    std::unique_ptr<RuntimeDir> m_runtime;
-    std::unique_ptr<RecordingCallBack> m_events;
-    PlayerPtr m_player;
 };
-
-void tst_E2ePlayer::init()
-{
-    m_runtime.reset(new RuntimeDir);
-    QVERIFY(m_runtime->isValid());
-    QVERIFY2(startServiceAndWait(), m_runtime->daemonLog().constData());
-    m_events.reset(new RecordingCallBack);
-}
-
-void tst_E2ePlayer::cleanup()
-{
-    m_player.reset();
-    if (m_events)
-        QVERIFY(!m_events->calledOnCreatingThread()); // callbacks come on the engine thread
-    verifyDaemonLogClean();
-    m_events.reset();
-    m_runtime.reset();
-}
-
-// A sanitizer finding inside the service would otherwise go unnoticed.
-void tst_E2ePlayer::verifyDaemonLogClean()
-{
-    if (!m_runtime)
-        return;
-    // Stopped first: a leak report is written when the daemon exits.
-    QCOMPARE(stopService(), 0);
-    const QByteArray log = m_runtime->daemonLog();
-    QVERIFY2(!hasSanitizerReport(log), log.constData());
-}
-
-PlayerPtr tst_E2ePlayer::open(const QByteArray &url)
-{
-    PlayerPtr player(SPPlayer::create("Qspmediaplayer", m_events.get()));
-    if (player->setUrl(url.constData()) != 0 || player->prepare(0, 0) != 0)
-        return PlayerPtr();
-    // Callbacks come on their own thread, possibly after prepare() returned.
-    if (!m_events->waitFor("prepared()"))
-        return PlayerPtr();
-    return player;
-}
 
 void tst_E2ePlayer::openDescribes_data()
 {
@@ -448,98 +355,6 @@ void tst_E2ePlayer::decoderSwitches()
     QCOMPARE(m_player->setParameter("mDecoder", "set-video-onoff", &on, 0), int(pswire::ResultInvalidArgument));
 }
 
-void tst_E2ePlayer::brokenMedia_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<int>("engineNumber");
-
-    QTest::newRow("zero bytes") << "empty.mp4" << 1404;       // stream: type not found
-    QTest::newRow("truncated") << "truncated.mp4" << 1409;    // stream: demux
-    QTest::newRow("corrupt") << "corrupt.mp4" << 1409;        // stream: demux
-    QTest::newRow("wrong extension") << "notmedia.mp3" << 1405; // stream: wrong type
-}
-
-void tst_E2ePlayer::brokenMedia()
-{
-    QFETCH(QString, file);
-    QFETCH(int, engineNumber);
-
-    m_player.reset(SPPlayer::create("Qspmediaplayer", m_events.get()));
-    QCOMPARE(m_player->setUrl(local(file).constData()), 0);
-    QCOMPARE(m_player->prepare(0, 0), engineNumber);
-    QCOMPARE(m_player->getState(), int(SPPlayer::STATE_ERROR));
-    QCOMPARE(m_player->play(), int(pswire::ResultInvalidState));
-    QTRY_COMPARE(m_events->events(), QStringList({"stateChanged(1)", "stateChanged(2)", "stateChanged(8)"}));
-
-    // The player takes the next medium as if nothing happened.
-    QCOMPARE(m_player->setUrl(local("sine.ogg").constData()), 0);
-    QCOMPARE(m_player->prepare(0, 0), 0);
-    QCOMPARE(m_player->getDuration(), 4000LL);
-}
-
-void tst_E2ePlayer::missingAndUnsupported()
-{
-    m_player.reset(SPPlayer::create("Qspmediaplayer", m_events.get()));
-    QCOMPARE(m_player->setUrl(local("no-such-file.mp4").constData()), int(pswire::ResultNotFound));
-    QCOMPARE(m_player->getState(), int(SPPlayer::STATE_IDLE));
-    QCOMPARE(m_player->setUrl("nosuchscheme://host/a.mp4"), int(pswire::ResultUnsupported));
-    QCOMPARE(m_player->prepare(0, 0), int(pswire::ResultInvalidState));
-    QCOMPARE(m_player->setUrl(nullptr), int(pswire::ResultInvalidArgument));
-    QVERIFY(m_events->events().isEmpty());
-
-    // Relative paths are the caller's.
-    const QString previous = QDir::currentPath();
-    QVERIFY(QDir::setCurrent(QStringLiteral(ORVIC_E2E_MEDIA_DIR)));
-    const int result = m_player->setUrl("sine.ogg");
-    QDir::setCurrent(previous);
-    QCOMPARE(result, 0);
-    QCOMPARE(m_player->prepare(0, 0), 0);
-}
-
-void tst_E2ePlayer::truncatedWithIndexEndsEarly()
-{
-    m_player = open(local("truncated-indexed.mp4"));
-    QVERIFY(m_player);
-    QCOMPARE(m_player->getDuration(), 6000LL); // the index promises all of it
-    QCOMPARE(m_player->seekTo(2000), 0);
-    QCOMPARE(m_player->play(), 0);
-    // The data runs out half way: playback simply ends there.
-    QVERIFY(m_events->waitFor("playbackFinish()", 8000));
-    QCOMPARE(m_player->getState(), int(SPPlayer::STATE_COMPLETED));
-    QVERIFY(m_events->eventsNamed("error").isEmpty());
-}
-
-void tst_E2ePlayer::networkStreamPlays()
-{
-    HttpFileServer server(mediaPath("av-indexed.mp4"), 400000);
-    QVERIFY(!server.url().isEmpty());
-    m_player = open(server.url());
-    QVERIFY(m_player);
-    QCOMPARE(m_player->getDuration(), 6000LL);
-    QVERIFY(m_player->isTrickPlaySupported()); // the server takes ranges
-    QVERIFY(m_events->eventsNamed("bufferingProgessChanged").size() >= 1);
-    QCOMPARE(m_player->play(), 0);
-    QVERIFY(m_events->waitFor("bufferingProgessChanged(100)"));
-    QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 500, 5000);
-    QVERIFY(m_events->eventsNamed("error").isEmpty());
-}
-
-// The server breaks off at 60 % of the file and then answers 404: playback
-// stops with the resource error, reported once.
-void tst_E2ePlayer::networkFailureMidStream()
-{
-    const QString file = mediaPath("av-indexed.mp4");
-    HttpFileServer server(file, 60000, QFileInfo(file).size() * 6 / 10);
-    m_player = open(server.url());
-    QVERIFY(m_player);
-    QCOMPARE(m_player->play(), 0);
-    QVERIFY(m_events->waitFor("error(1303)", 10000)); // resource: not found
-    QTRY_COMPARE(m_player->getState(), int(SPPlayer::STATE_ERROR));
-    QVERIFY(m_player->getPosition() > 0);
-    QTRY_VERIFY(m_events->events().endsWith("stateChanged(8)"));
-    QCOMPARE(m_events->eventsNamed("error"), QStringList({"error(1303)"}));
-}
-
 void tst_E2ePlayer::callsFromThreadWithoutEventLoop()
 {
     m_player.reset(SPPlayer::create("Qspmediaplayer", m_events.get()));
@@ -577,119 +392,6 @@ void tst_E2ePlayer::twoPlayersAreIndependent()
     m_player.reset();
     QCOMPARE(other->play(), 0);
     QTRY_VERIFY_WITH_TIMEOUT(other->getPosition() >= 200, 3000);
-}
-
-void tst_E2ePlayer::deadServiceNeverBlocks_data()
-{
-    QTest::addColumn<int>("sig");
-    QTest::addColumn<int>("failure");
-
-    QTest::newRow("killed") << int(SIGKILL) << int(pswire::ResultServiceUnavailable);
-    QTest::newRow("frozen") << int(SIGSTOP) << int(pswire::ResultServiceUnresponsive);
-}
-
-void tst_E2ePlayer::deadServiceNeverBlocks()
-{
-    QFETCH(int, sig);
-    QFETCH(int, failure);
-
-    m_player = open(local("av.mp4"));
-    QVERIFY(m_player);
-    QCOMPARE(m_player->play(), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 300, 3000);
-    const long long lastPosition = m_player->getPosition();
-    const pid_t daemon = daemonPid();
-    QVERIFY(signalDaemon(sig));
-    if (sig == SIGKILL)
-        QTRY_VERIFY_WITH_TIMEOUT(daemonPid() == 0, 3000);
-
-    // Every operation returns within about half a second: a failure, or the
-    // last value the service reported.
-    SPPlayer *p = m_player.get();
-    char language[8] = {};
-    int value = 0;
-    bool on = true;
-    const QList<QPair<const char *, std::function<long long()>>> operations = {
-        {"getPosition", [&] { return p->getPosition(); }},
-        {"setUrl", [&] { return p->setUrl(local("sine.ogg").constData()); }},
-        {"setSubUrl", [&] { return p->setSubUrl(local("sine.ogg").constData()); }},
-        {"prepare", [&] { return p->prepare(0, 0); }},
-        {"play", [&] { return p->play(); }},
-        {"seekTo", [&] { return p->seekTo(100); }},
-        {"pause", [&] { return p->pause(); }},
-        {"stop", [&] { return p->stop(); }},
-        {"reset", [&] { return p->reset(); }},
-        {"getState", [&] { return p->getState(); }},
-        {"getDuration", [&] { return p->getDuration(); }},
-        {"setSpeed", [&] { return p->setSpeed(2.0); }},
-        {"getSpeed", [&] { return (long long)(p->getSpeed() * 1000); }},
-        {"isTrickPlaySupported", [&] { return p->isTrickPlaySupported(); }},
-        {"getVolume", [&] { return p->getVolume(); }},
-        {"changeStream", [&] { return p->changeStream(1, 1); }},
-        {"getCurrentStream", [&] { return p->getCurrentStream(1); }},
-        {"setStreamVolume", [&] { return p->setStreamVolume(50); }},
-        {"setParameter", [&] { return p->setParameter("mPlayer", "set-subtitle-onoff", &on, 1); }},
-        {"getParameter", [&] { return p->getParameter("mPlayer", "get-audio-count", &value, 4); }},
-        {"getSubtitleLanguage", [&] { return p->getSubtitleLanguage(0, language); }},
-    };
-    QHash<QString, long long> answers;
-    for (const auto &operation : operations) {
-        QElapsedTimer timer;
-        timer.start();
-        answers.insert(QLatin1String(operation.first), operation.second());
-        QVERIFY2(timer.elapsed() < 600, operation.first);
-    }
-    QVERIFY(answers.value("getPosition") >= lastPosition);
-    for (const char *command : {"setUrl", "setSubUrl", "prepare", "play", "seekTo", "pause", "stop", "reset",
-                                "setSpeed", "changeStream", "getCurrentStream", "setStreamVolume",
-                                "setParameter", "getParameter", "getSubtitleLanguage"})
-        QCOMPARE(answers.value(command), (long long)failure);
-    QCOMPARE(answers.value("getState"), (long long)SPPlayer::STATE_PLAYING);
-    QCOMPARE(answers.value("getDuration"), 6000LL);
-    QCOMPARE(answers.value("getSpeed"), 1000LL);
-    QCOMPARE(answers.value("isTrickPlaySupported"), 1LL);
-    QCOMPARE(answers.value("getVolume"), 100LL);
-    QCOMPARE(QByteArray(language), QByteArray());
-
-    // Destroying the player does not wait on the service either.
-    QElapsedTimer timer;
-    timer.start();
-    m_player.reset();
-    QVERIFY(timer.elapsed() < 600);
-    if (sig == SIGSTOP)
-        ::kill(daemon, SIGKILL);
-}
-
-void tst_E2ePlayer::frozenServiceRecoversAfterContinue()
-{
-    m_player = open(local("av.mp4"));
-    QVERIFY(m_player);
-    QCOMPARE(m_player->play(), 0);
-    QVERIFY(signalDaemon(SIGSTOP));
-    QElapsedTimer timer;
-    timer.start();
-    QCOMPARE(m_player->pause(), int(pswire::ResultServiceUnresponsive));
-    // A stopped process cannot answer: the call does not wait out the
-    // silence limit for it.
-    QVERIFY2(timer.elapsed() < 400, qPrintable(QString::number(timer.elapsed())));
-    QCOMPARE(serviceStatus(), QByteArray("unresponsive"));
-    QVERIFY(signalDaemon(SIGCONT));
-    QTRY_COMPARE_WITH_TIMEOUT(m_player->pause(), 0, 3000);
-    QCOMPARE(m_player->getState(), int(SPPlayer::STATE_PAUSED));
-    QCOMPARE(serviceStatus(), QByteArray("running"));
-}
-
-void tst_E2ePlayer::noServiceAtCreation()
-{
-    QCOMPARE(stopService(), 0);
-    QCOMPARE(serviceStatus(), QByteArray("stopped"));
-    QElapsedTimer timer;
-    timer.start();
-    m_player.reset(SPPlayer::create("Qspmediaplayer", m_events.get()));
-    QCOMPARE(m_player->setUrl(local("sine.ogg").constData()), int(pswire::ResultServiceUnavailable));
-    QCOMPARE(m_player->getVolume(), 100);
-    QCOMPARE(m_player->getState(), int(SPPlayer::STATE_IDLE));
-    QVERIFY(timer.elapsed() < 1000);
 }
 
 // Real sinks come from the environment of whoever starts the daemon; a

@@ -2,7 +2,7 @@
 // extension of libplayback: frames in the shared ring with their format,
 // size and timestamps, a paused load and a paused seek, a size change, a
 // client that holds every slot, a client that goes away, 4K frames.
-#include "e2esupport.h"
+#include "playerfixture.h"
 
 #include <hostplayback/videoout.h>
 #include <hostruntime.h>
@@ -17,6 +17,7 @@
 #include <QtTest/QtTest>
 
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <unistd.h>
 
@@ -29,11 +30,6 @@ Q_DECLARE_METATYPE(hostplayback::VideoPixelFormat)
 
 namespace {
 
-struct PlayerDeleter
-{
-    void operator()(SPPlayer *player) const { SPPlayer::destroy(player); }
-};
-using PlayerPtr = std::unique_ptr<SPPlayer, PlayerDeleter>;
 using FramePtr = std::shared_ptr<const VideoFrame>;
 
 const int kWaitMs = 10000;
@@ -166,13 +162,11 @@ private:
 
 Q_DECLARE_METATYPE(hostplayback::AudioSampleFormat)
 
-class tst_E2eVideo : public QObject
+class tst_E2eVideo : public PlayerTestBase
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
     void playDeliversEveryFrame_data();
     void playDeliversEveryFrame();
     void pausedLoadShowsOneFrameAndSeekShowsTheNewOne();
@@ -190,37 +184,50 @@ private Q_SLOTS:
 
 private:
     SPPlayer *newPlayer();
+    using Attachment = std::unique_ptr<hostplayback::VideoAttachment>;
+    // A new player, attached by `attach`, with generated medium `medium` set
+    // and prepared: the attachment, or null with the step that failed in
+    // m_openFailure.
+    Attachment openAttached(const QString &medium, const std::function<Attachment(SPPlayer *)> &attach);
+    // The same with `receiver` attached for video in the formats `accepted`;
+    // `error` gets the attachment's error.
+    Attachment openWithVideo(const QString &medium, const std::vector<VideoPixelFormat> &accepted,
+                             TestReceiver *receiver, int *error = nullptr);
     bool waitForEvent(const QString &event, int timeoutMs = kWaitMs);
 
-    std::unique_ptr<RuntimeDir> m_runtime;
-    std::unique_ptr<RecordingCallBack> m_events;
-    PlayerPtr m_player;
+    QByteArray m_openFailure;
 };
-
-void tst_E2eVideo::init()
-{
-    m_runtime.reset(new RuntimeDir);
-    QVERIFY(m_runtime->isValid());
-    QVERIFY2(startServiceAndWait(), m_runtime->daemonLog().constData());
-    m_events.reset(new RecordingCallBack);
-}
-
-void tst_E2eVideo::cleanup()
-{
-    m_player.reset();
-    if (m_runtime) {
-        QCOMPARE(stopService(), 0);
-        const QByteArray log = m_runtime->daemonLog();
-        QVERIFY2(!hasSanitizerReport(log), log.constData());
-    }
-    m_events.reset();
-    m_runtime.reset();
-}
 
 SPPlayer *tst_E2eVideo::newPlayer()
 {
     m_player.reset(SPPlayer::create("Qspmediaplayer", m_events.get()));
     return m_player.get();
+}
+
+tst_E2eVideo::Attachment tst_E2eVideo::openAttached(const QString &medium,
+                                                    const std::function<Attachment(SPPlayer *)> &attach)
+{
+    SPPlayer *player = newPlayer();
+    Attachment attachment = attach(player);
+    int result = 0;
+    if (!attachment)
+        m_openFailure = "attaching failed";
+    else if ((result = player->setUrl(mediaPath(medium).toUtf8().constData())) != 0)
+        m_openFailure = "setUrl: " + QByteArray::number(result);
+    else if ((result = player->prepare(0, 0)) != 0)
+        m_openFailure = "prepare: " + QByteArray::number(result);
+    else
+        return attachment;
+    return nullptr;
+}
+
+tst_E2eVideo::Attachment tst_E2eVideo::openWithVideo(const QString &medium,
+                                                     const std::vector<VideoPixelFormat> &accepted,
+                                                     TestReceiver *receiver, int *error)
+{
+    return openAttached(medium, [&](SPPlayer *player) {
+        return hostplayback::attachVideo(player, accepted, receiver, error);
+    });
 }
 
 bool tst_E2eVideo::waitForEvent(const QString &event, int timeoutMs)
@@ -253,15 +260,12 @@ void tst_E2eVideo::playDeliversEveryFrame()
     QFETCH(int, planes);
     QFETCH(QByteArray, pixel);
 
-    SPPlayer *player = newPlayer();
     TestReceiver receiver;
     int error = 1;
-    auto attachment = hostplayback::attachVideo(player, accepted, &receiver, &error);
-    QVERIFY(attachment);
+    auto attachment = openWithVideo(QStringLiteral("bars25.mp4"), accepted, &receiver, &error);
+    QVERIFY2(attachment, m_openFailure.constData());
     QCOMPARE(error, 0);
-    QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
-    QCOMPARE(player->play(), 0);
+    QCOMPARE(m_player->play(), 0);
     QVERIFY(waitForEvent("playbackFinish()"));
 
     const QList<TestReceiver::Seen> seen = receiver.seen();
@@ -287,18 +291,14 @@ void tst_E2eVideo::playDeliversEveryFrame()
 
 void tst_E2eVideo::pausedLoadShowsOneFrameAndSeekShowsTheNewOne()
 {
-    SPPlayer *player = newPlayer();
     TestReceiver receiver;
-    int error = 1;
-    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &receiver, &error);
-    QVERIFY(attachment);
-    QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
+    auto attachment = openWithVideo(QStringLiteral("bars25.mp4"), {VideoPixelFormat::I420}, &receiver);
+    QVERIFY2(attachment, m_openFailure.constData());
     QVERIFY(receiver.waitForFrames(1));
     QCOMPARE(receiver.seen().first().ptsNs, int64_t(0));
 
     // The next frame is the one of the seek: nothing came between.
-    QCOMPARE(player->seekTo(520), 0);
+    QCOMPARE(m_player->seekTo(520), 0);
     QVERIFY(receiver.waitForFrames(2));
     const QList<TestReceiver::Seen> seen = receiver.seen();
     QCOMPARE(seen.size(), 2);
@@ -353,25 +353,19 @@ void tst_E2eVideo::serviceRefusesClientOfUnknownFormats()
     QCOMPARE(passed, -1);
     ::close(fd);
 
-    SPPlayer *player = newPlayer();
     TestReceiver receiver;
-    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &receiver, nullptr);
-    QVERIFY(attachment);
-    QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
+    auto attachment = openWithVideo(QStringLiteral("bars25.mp4"), {VideoPixelFormat::I420}, &receiver);
+    QVERIFY2(attachment, m_openFailure.constData());
     QVERIFY(receiver.waitForFrames(1));
     QVERIFY(m_runtime->daemonLog().contains("video out: refusing a client that takes no format known here"));
 }
 
 void tst_E2eVideo::sizeChangeStartsNewLayout()
 {
-    SPPlayer *player = newPlayer();
     TestReceiver receiver;
-    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &receiver, nullptr);
-    QVERIFY(attachment);
-    QCOMPARE(player->setUrl(mediaPath("sizechange.ts").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
-    QCOMPARE(player->play(), 0);
+    auto attachment = openWithVideo(QStringLiteral("sizechange.ts"), {VideoPixelFormat::I420}, &receiver);
+    QVERIFY2(attachment, m_openFailure.constData());
+    QCOMPARE(m_player->play(), 0);
     QVERIFY(waitForEvent("playbackFinish()"));
 
     const QList<TestReceiver::Seen> seen = receiver.seen();
@@ -391,35 +385,29 @@ void tst_E2eVideo::sizeChangeStartsNewLayout()
 
 void tst_E2eVideo::clientHoldingEverySlotIsNeverWaitedFor()
 {
-    SPPlayer *player = newPlayer();
     TestReceiver receiver;
     receiver.setHold(true);
-    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &receiver, nullptr);
-    QVERIFY(attachment);
-    QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
-    QCOMPARE(player->play(), 0);
+    auto attachment = openWithVideo(QStringLiteral("bars25.mp4"), {VideoPixelFormat::I420}, &receiver);
+    QVERIFY2(attachment, m_openFailure.constData());
+    QCOMPARE(m_player->play(), 0);
     // Playback runs to its end at its own pace while the client holds the ring.
     QVERIFY(waitForEvent("playbackFinish()"));
     QCOMPARE(receiver.seen().size(), 4);
 
     // Slots given back: frames come again.
     receiver.setHold(false);
-    QCOMPARE(player->seekTo(0), 0);
-    QCOMPARE(player->play(), 0);
+    QCOMPARE(m_player->seekTo(0), 0);
+    QCOMPARE(m_player->play(), 0);
     QVERIFY(receiver.waitForFrames(10));
 }
 
 void tst_E2eVideo::clientGoneLeavesOthersServed()
 {
-    SPPlayer *player = newPlayer();
     TestReceiver gone;
     gone.setHold(true); // mid-frame: it holds slots as it goes
-    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &gone, nullptr);
-    QVERIFY(attachment);
-    QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
-    QCOMPARE(player->play(), 0);
+    auto attachment = openWithVideo(QStringLiteral("bars25.mp4"), {VideoPixelFormat::I420}, &gone);
+    QVERIFY2(attachment, m_openFailure.constData());
+    QCOMPARE(m_player->play(), 0);
     QVERIFY(gone.waitForFrames(2));
     attachment.reset();
 
@@ -456,13 +444,10 @@ void tst_E2eVideo::clientProcessKilledMidFrame()
 
     // The same service serves the next client in full.
     QCOMPARE(daemonPid(), daemon);
-    SPPlayer *player = newPlayer();
     TestReceiver receiver;
-    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &receiver, nullptr);
-    QVERIFY(attachment);
-    QCOMPARE(player->setUrl(mediaPath("bars25.mp4").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
-    QCOMPARE(player->play(), 0);
+    auto attachment = openWithVideo(QStringLiteral("bars25.mp4"), {VideoPixelFormat::I420}, &receiver);
+    QVERIFY2(attachment, m_openFailure.constData());
+    QCOMPARE(m_player->play(), 0);
     QVERIFY(waitForEvent("playbackFinish()"));
     QVERIFY(receiver.seen().size() >= 25);
     QCOMPARE(daemonPid(), daemon);
@@ -488,12 +473,9 @@ void tst_E2eVideo::attachAfterLoadTakesEffectAtOnce()
 
 void tst_E2eVideo::uhdFrameArrives()
 {
-    SPPlayer *player = newPlayer();
     TestReceiver receiver;
-    auto attachment = hostplayback::attachVideo(player, {VideoPixelFormat::I420}, &receiver, nullptr);
-    QVERIFY(attachment);
-    QCOMPARE(player->setUrl(mediaPath("uhd.mp4").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
+    auto attachment = openWithVideo(QStringLiteral("uhd.mp4"), {VideoPixelFormat::I420}, &receiver);
+    QVERIFY2(attachment, m_openFailure.constData());
     QVERIFY(receiver.waitForFrames(1));
     const TestReceiver::Seen frame = receiver.seen().first();
     QCOMPARE(frame.layout.width, 3840);
@@ -515,17 +497,16 @@ void tst_E2eVideo::audioBuffersOfWhatIsPlayed()
     QFETCH(hostplayback::AudioSampleFormat, format);
     QFETCH(int, sampleBytes);
 
-    SPPlayer *player = newPlayer();
     TestAudioReceiver receiver;
     int error = 1;
-    auto attachment = hostplayback::attachAudio(player, {format}, &receiver, &error);
-    QVERIFY(attachment);
+    auto attachment = openAttached(QStringLiteral("sine.mp3"), [&](SPPlayer *player) {
+        return hostplayback::attachAudio(player, {format}, &receiver, &error);
+    });
+    QVERIFY2(attachment, m_openFailure.constData());
     QCOMPARE(error, 0);
     // The last second of the 440 Hz tone (44.1 kHz mono).
-    QCOMPARE(player->setUrl(mediaPath("sine.mp3").toUtf8().constData()), 0);
-    QCOMPARE(player->prepare(0, 0), 0);
-    QCOMPARE(player->seekTo(3000), 0);
-    QCOMPARE(player->play(), 0);
+    QCOMPARE(m_player->seekTo(3000), 0);
+    QCOMPARE(m_player->play(), 0);
     QVERIFY(waitForEvent("playbackFinish()"));
 
     const QList<hostplayback::AudioBufferLayout> layouts = receiver.layouts();

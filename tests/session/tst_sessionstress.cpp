@@ -11,6 +11,7 @@
 //
 // ORVIC_STRESS_SECONDS sets how long it runs (default 3).
 #include "adaptorharness.h"
+#include "sessiongetters.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QLoggingCategory>
@@ -226,17 +227,7 @@ void tst_SessionStress::round(int number, bool destroyEarly, QRandomGenerator &r
     });
     std::thread getters([&] {
         while (running.load()) {
-            (void)session->state();
-            (void)session->position();
-            (void)session->duration();
-            (void)session->playbackRate();
-            (void)session->volume();
-            (void)session->isMuted();
-            (void)session->isAudioAvailable();
-            (void)session->isVideoAvailable();
-            (void)session->isSeekable();
-            (void)session->availablePlaybackRanges();
-            (void)session->getCurrentAudioStream();
+            readAllValues(*session);
             (void)session->getID3Pic();
             QThread::yieldCurrentThread();
         }
