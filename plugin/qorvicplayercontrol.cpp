@@ -58,6 +58,11 @@ qint64 QOrvicPlayerControl::position() const
         return m_endOfMedia ? m_duration : m_stoppedPosition;
     if (m_seekTarget >= 0)
         return m_seekTarget;
+    // While playing, the engine's position now, as Qt's own back ends read
+    // their pipeline's; the session's last tick is up to its interval old.
+    qint64 now = 0;
+    if (m_state == QMediaPlayer::PlayingState && m_live && m_link->host()->livePosition(&now))
+        return now;
     return m_position;
 }
 
@@ -110,6 +115,7 @@ void QOrvicPlayerControl::popAndNotifyState()
 
 void QOrvicPlayerControl::postStop()
 {
+    m_live = false;
     m_link->newGeneration();
     m_link->post(Host::Stop);
     m_sessionHasMedium = false;
@@ -136,6 +142,7 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
         postStop();
     m_link->newGeneration();
     m_endOfMedia = false;
+    m_live = false;
     m_position = 0;
     m_stoppedPosition = 0;
     m_seekTarget = -1;
@@ -254,6 +261,7 @@ void QOrvicPlayerControl::fail(QMediaPlayer::Error err, const QString &text)
     m_state = QMediaPlayer::StoppedState;
     m_status = QMediaPlayer::InvalidMedia;
     m_endOfMedia = false;
+    m_live = false;
     m_seekTarget = -1;
     m_stoppedPosition = 0;
     // The session keeps a failed medium as stopped; start over on the next play.
@@ -289,6 +297,13 @@ void QOrvicPlayerControl::playOrPause(QMediaPlayer::State target)
         return;
     }
     pushState();
+    // Leaving play: keep the engine's position now rather than the older
+    // tick, so that the position does not step back on a pause.
+    qint64 now = 0;
+    if (m_state == QMediaPlayer::PlayingState && m_live && m_seekTarget < 0 && m_link->host()->livePosition(&now))
+        m_position = now;
+    // Live readings wait for the session to confirm the new state.
+    m_live = false;
     if (m_status == QMediaPlayer::InvalidMedia) {
         // Try the medium again, as a fresh load, unless it still cannot be read.
         QMediaPlayer::Error err = QMediaPlayer::ResourceError;

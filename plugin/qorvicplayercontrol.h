@@ -89,6 +89,9 @@ private:
     bool m_sessionHasMedium = false;
     bool m_endOfMedia = false;
     qint64 m_position = 0;        // last position reported while playing
+    // The session was seen playing the current medium since the player last
+    // started, paused or stopped: position() may read the engine live.
+    bool m_live = false;
     qint64 m_stoppedPosition = 0; // position to start from when stopped
     qint64 m_seekTarget = -1;     // seek in flight
     quint64 m_seekSerial = 0;

@@ -6,9 +6,13 @@
 #endif
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QReadLocker>
+#include <QtCore/QWriteLocker>
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 #include <QtMultimedia/QMediaMetaData>
+
+#include <utility>
 
 namespace {
 // The watchdog wants a clock input a few times a second; positions for the
@@ -81,7 +85,11 @@ void QOrvicSessionHost::start()
     m_serviceRunning = startService();
     if (!m_serviceRunning)
         return; // no session: calls report a missing service
-    m_session = new QOrvicPlayerSession(QMediaPlayer::Flags());
+    QOrvicPlayerSession *const session = new QOrvicPlayerSession(QMediaPlayer::Flags());
+    {
+        const QWriteLocker use(&m_sessionUse);
+        m_session = session;
+    }
     m_ticker = new QTimer(this);
     m_ticker->setInterval(kTickIntervalMs);
     connect(m_ticker, &QTimer::timeout, this, &QOrvicSessionHost::onTick);
@@ -105,8 +113,32 @@ void QOrvicSessionHost::shutdown()
 #endif
     if (m_session)
         m_session->stop();
-    delete m_session;
-    m_session = nullptr;
+    QOrvicPlayerSession *session = nullptr;
+    {
+        // No reader of another thread is inside the session once it is out
+        // of reach.
+        const QWriteLocker use(&m_sessionUse);
+        std::swap(session, m_session);
+    }
+    delete session;
+}
+
+bool QOrvicSessionHost::livePosition(qint64 *position) const
+{
+    using S = QOrvicPlayerSession;
+    const QReadLocker use(&m_sessionUse);
+    if (!m_session)
+        return false;
+    const S::PlayerState state = m_session->state();
+    if (state < S::Player_Play || state > S::Player_SB)
+        return false;
+    const qint64 now = m_session->position();
+    // The session answers 0 for an engine that stopped running meanwhile
+    // (a command or the watchdog changed it): not a reading.
+    if (now <= 0 && m_session->state() != state)
+        return false;
+    *position = now;
+    return true;
 }
 
 void QOrvicSessionHost::connectSession()

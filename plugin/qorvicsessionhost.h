@@ -5,6 +5,7 @@
 
 #include <QtCore/QList>
 #include <QtCore/QObject>
+#include <QtCore/QReadWriteLock>
 #include <QtCore/QVariant>
 #include <QtGui/QImage>
 
@@ -80,6 +81,11 @@ public Q_SLOTS:
 
     // Read after start() has returned (it runs blocking-queued).
     bool serviceRunning() const { return m_serviceRunning; }
+    // Any thread: the engine's position now, while the session plays
+    // (normal speed or trick play); false when there is no session or it
+    // does not play. Never waits for a running command; it may wait for an
+    // engine that is being released, as the session's getters do.
+    bool livePosition(qint64 *position) const;
 #if ORVIC_HOST_VIDEO
     // Lives on the host's thread; keeps the video surface on the engine.
     QOrvicVideoBinder *videoBinder() const { return m_videoBinder; }
@@ -112,6 +118,10 @@ private:
     QList<QOrvicStreamInfo> streamInfos(const QVariantMap &map);
 
     QOrvicPlayerSession *m_session = nullptr;
+    // Readers of other threads (livePosition()) hold it for reading while
+    // they use m_session; the host's thread holds it for writing when it
+    // sets m_session, so that a session is never deleted under a reader.
+    mutable QReadWriteLock m_sessionUse;
 #if ORVIC_HOST_VIDEO
     QOrvicVideoBinder *m_videoBinder;
     QOrvicVideoBinder *m_audioBinder;
