@@ -155,7 +155,7 @@ private:
     QString m_uri;
     bool m_network = false;
     std::atomic<bool> m_seekable{false};
-    qint64 m_durationMs = 0;
+    std::atomic<qint64> m_durationMs{0};
     qint64 m_lastPositionMs = 0;
     std::atomic<double> m_rate{1.0};
     std::atomic<int> m_volume{100};
