@@ -115,6 +115,11 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
                    QStringLiteral("(where it goes) bare position call through psserver's engine thread, no client library"),
                    us, QStringLiteral("engine_call"),
                    {QStringLiteral("bare request/answer on the service socket"), {QStringLiteral("floor_socket")}}, -1});
+    m_rows.append({QStringLiteral("socket_idle"),
+                   QStringLiteral("(where it goes) bare request/answer on the service socket after 1 ms of quiet, "
+                                  "as between the other thread's commands"),
+                   us, QStringLiteral("floor_socket_idle"),
+                   {QStringLiteral("bare request/answer on the service socket"), {QStringLiteral("floor_socket")}}, -1});
     m_rows.append({QStringLiteral("detect"), QStringLiteral("detectEncoding, tag-sized text (CPU time per call)"), us,
                    QStringLiteral("detect/ours"),
                    {QStringLiteral("bare uchardet on the same five copies"), {QStringLiteral("detect/uchardet")}}, 1.1});

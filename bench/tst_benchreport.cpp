@@ -21,7 +21,7 @@ Samples completeSamples()
     for (const char *key :
          {"open_metadata.mp3/ours", "open_metadata.mp3/stock", "open_prepared.mp3/ours", "open_prepared.mp3/stock",
           "play/ours", "play/stock", "seek_playing/ours", "seek_playing/stock", "seek_paused/ours",
-          "seek_paused/stock", "cmd_owner/ours", "cmd_other/ours", "floor_queued", "floor_socket", "engine_call",
+          "seek_paused/stock", "cmd_owner/ours", "cmd_other/ours", "floor_queued", "floor_socket", "engine_call", "floor_socket_idle",
           "detect/ours", "detect/uchardet", "recovery_kill/ours", "recovery_stop/ours", "concurrent_open.1/ours",
           "concurrent_open.4/ours", "concurrent_open.16/ours", "concurrent_cpu.1/ours", "concurrent_cpu.4/ours",
           "concurrent_cpu.16/ours", "memory/ours", "memory/stock", "open_metadata.mp3/qt",
