@@ -60,8 +60,6 @@ void QOrvicPlayerControl::onCommandDone(const QOrvicCommandResult &r)
                                                                         : QLatin1String(kOpenFailed));
             return;
         }
-        if (r.command == Host::Play && isRunning(s) && m_state == QMediaPlayer::PlayingState)
-            m_live = true;
         if (m_state != QMediaPlayer::StoppedState
                 && (m_status == QMediaPlayer::LoadingMedia || m_status == QMediaPlayer::LoadedMedia)) {
             pushState();
@@ -91,8 +89,6 @@ void QOrvicPlayerControl::onTick(int generation, qint64 position, int state)
         return;
     if (isRunning(S::PlayerState(state)) || state == S::Player_Pause)
         m_position = position;
-    if (isRunning(S::PlayerState(state)) && m_state == QMediaPlayer::PlayingState)
-        m_live = true;
 }
 
 void QOrvicPlayerControl::onDuration(int generation, qint64 duration)

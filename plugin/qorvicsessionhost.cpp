@@ -28,6 +28,20 @@ bool isPlayingState(QOrvicPlayerSession::PlayerState s)
 {
     return s >= QOrvicPlayerSession::Player_Play && s <= QOrvicPlayerSession::Player_Pause;
 }
+
+// Marks a stretch of the host's thread in which the engine may change
+// (see livePosition()).
+class BusyWindow
+{
+public:
+    explicit BusyWindow(QAtomicInteger<quint32> &epoch) : m_epoch(epoch) { m_epoch.fetchAndAddOrdered(1); }
+    ~BusyWindow() { m_epoch.fetchAndAddOrdered(1); }
+    BusyWindow(const BusyWindow &) = delete;
+    BusyWindow &operator=(const BusyWindow &) = delete;
+
+private:
+    QAtomicInteger<quint32> &m_epoch;
+};
 } // namespace
 
 QOrvicSessionHost::QOrvicSessionHost()
@@ -105,6 +119,7 @@ void QOrvicSessionHost::start()
 
 void QOrvicSessionHost::shutdown()
 {
+    const BusyWindow busy(m_busyEpoch);
     if (m_ticker)
         m_ticker->stop();
 #if ORVIC_HOST_VIDEO
@@ -123,19 +138,22 @@ void QOrvicSessionHost::shutdown()
     delete session;
 }
 
-bool QOrvicSessionHost::livePosition(qint64 *position) const
+bool QOrvicSessionHost::livePosition(int generation, qint64 *position) const
 {
     using S = QOrvicPlayerSession;
     const QReadLocker use(&m_sessionUse);
     if (!m_session)
         return false;
+    const quint32 epoch = m_busyEpoch.loadAcquire();
+    if ((epoch & 1) || m_generation.loadAcquire() != generation)
+        return false;
     const S::PlayerState state = m_session->state();
     if (state < S::Player_Play || state > S::Player_SB)
         return false;
     const qint64 now = m_session->position();
-    // The session answers 0 for an engine that stopped running meanwhile
-    // (a command or the watchdog changed it): not a reading.
-    if (now <= 0 && m_session->state() != state)
+    // Taken only when nothing on the host's thread began or ended meanwhile
+    // and no engine event changed the state.
+    if (m_busyEpoch.loadAcquire() != epoch || m_session->state() != state)
         return false;
     *position = now;
     return true;
@@ -230,6 +248,7 @@ QList<QOrvicStreamInfo> QOrvicSessionHost::streamInfos(const QVariantMap &map)
 void QOrvicSessionHost::run(quint64 serial, int generation, int command, const QVariant &param)
 {
     using S = QOrvicPlayerSession;
+    const BusyWindow busy(m_busyEpoch);
     m_generation.storeRelease(generation);
     m_current = QOrvicCommandResult();
     m_current.serial = serial;
@@ -270,6 +289,7 @@ void QOrvicSessionHost::onTick()
 {
     if (!m_session)
         return;
+    const BusyWindow busy(m_busyEpoch);
     const QOrvicPlayerSession::PlayerState before = m_session->state();
     const qint64 position = m_session->position();
     // The session's service watchdog runs on this clock.

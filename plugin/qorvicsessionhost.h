@@ -81,11 +81,14 @@ public Q_SLOTS:
 
     // Read after start() has returned (it runs blocking-queued).
     bool serviceRunning() const { return m_serviceRunning; }
-    // Any thread: the engine's position now, while the session plays
-    // (normal speed or trick play); false when there is no session or it
-    // does not play. Never waits for a running command; it may wait for an
-    // engine that is being released, as the session's getters do.
-    bool livePosition(qint64 *position) const;
+    // Any thread: the engine's position now, while the session plays the
+    // medium of `generation` (normal speed or trick play); false when there
+    // is no session, it plays no medium of that generation, or a command or
+    // the watchdog's clock ran on the host's thread meanwhile (either may
+    // replace the engine, and a recovery plays before it seeks). Never waits
+    // for a running command; it may wait for an engine that is being
+    // released, as the session's getters do.
+    bool livePosition(int generation, qint64 *position) const;
 #if ORVIC_HOST_VIDEO
     // Lives on the host's thread; keeps the video surface on the engine.
     QOrvicVideoBinder *videoBinder() const { return m_videoBinder; }
@@ -132,6 +135,9 @@ private:
     // engine's threads read when they forward events (a stale value only
     // lets one late event through as current or old).
     QAtomicInt m_generation;
+    // Odd while a command, the watchdog's clock or the shutdown runs on the
+    // host's thread; counts up at the start and the end of each.
+    QAtomicInteger<quint32> m_busyEpoch;
     bool m_inCommand = false;
     QOrvicCommandResult m_current;
 };

@@ -4,7 +4,6 @@
 #include "e2esupport.h"
 #include "playerrecorder.h"
 
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 #include <QtCore/QProcess>
 #include <QtCore/QScopeGuard>
@@ -105,7 +104,6 @@ private Q_SLOTS:
     void transportSequence();
     void seek_data();
     void seek();
-    void livePosition();
     void endOfMediaAndReplay();
     void unloadAndReload();
     void invalidMedia_data();
@@ -275,79 +273,6 @@ void tst_PluginPlayer::seek()
     // Playback goes on from the new position, not from the start.
     QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 2600, 10000);
     QVERIFY(m_player->position() >= 2500);
-}
-
-namespace {
-// Asks the player for its position until it differs from `from`, without
-// handling events in between (so no tick of the session reaches the
-// player), for at most `limitMs`; the last answer.
-qint64 nextPositionWithoutEvents(QMediaPlayer *player, qint64 from, int limitMs)
-{
-    QElapsedTimer waited;
-    waited.start();
-    qint64 now = player->position();
-    while (now == from && waited.elapsed() < limitMs)
-        now = player->position();
-    return now;
-}
-} // namespace
-
-void tst_PluginPlayer::livePosition()
-{
-    loadAndWait("sine.mp3");
-    m_player->play();
-    QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, 10000);
-
-    // Playing: the position is read from the engine, not from the last
-    // periodic tick, so it advances while no event is handled.
-    const qint64 first = m_player->position();
-    const qint64 later = nextPositionWithoutEvents(m_player.get(), first, 3000);
-    QVERIFY2(later > first && later < first + 1000, qPrintable(QStringLiteral("%1 -> %2").arg(first).arg(later)));
-    const qint64 evenLater = nextPositionWithoutEvents(m_player.get(), later, 3000);
-    QVERIFY2(evenLater > later, qPrintable(QStringLiteral("%1 -> %2").arg(later).arg(evenLater)));
-
-    // Paused: the position stands, and does not step back from the last
-    // reading while playing.
-    m_player->pause();
-    const qint64 paused = m_player->position();
-    QVERIFY2(paused >= evenLater, qPrintable(QStringLiteral("%1 -> %2").arg(evenLater).arg(paused)));
-    for (int i = 0; i < 20; ++i)
-        QCOMPARE(m_player->position(), paused);
-
-    // A seek while paused: the target at once and once it is done.
-    m_player->setPosition(1500);
-    QCOMPARE(m_player->position(), qint64(1500));
-    QTRY_VERIFY_WITH_TIMEOUT(m_rec->positions().contains(1500), 10000);
-    QVERIFY2(qAbs(m_player->position() - 1500) <= 40, qPrintable(QString::number(m_player->position())));
-
-    // Stopped: the position set meanwhile, and playing goes on from there.
-    m_player->stop();
-    QCOMPARE(m_player->position(), qint64(0));
-    m_player->setPosition(1200);
-    QCOMPARE(m_player->position(), qint64(1200));
-    QCOMPARE(nextPositionWithoutEvents(m_player.get(), 1200, 50), qint64(1200));
-    m_player->play();
-    QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 1300, 10000);
-    const qint64 resumed = m_player->position();
-    QVERIFY2(nextPositionWithoutEvents(m_player.get(), resumed, 3000) > resumed, qPrintable(QString::number(resumed)));
-
-    // Unloaded while playing: no medium, no position. The next medium
-    // starts at 0 once loaded, after every late tick of the old one came.
-    m_player->setMedia(QMediaContent());
-    QCOMPARE(m_player->position(), qint64(0));
-    QCOMPARE(nextPositionWithoutEvents(m_player.get(), 0, 50), qint64(0));
-    m_rec->clear();
-    loadAndWait("sine.mp3");
-    QCOMPARE(m_player->position(), qint64(0));
-
-    // Deleted while playing, right after a live reading: the session goes
-    // with the service and is not called any more (the sanitizers' build
-    // checks that nothing touches it).
-    m_player->play();
-    QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, 10000);
-    QVERIFY(nextPositionWithoutEvents(m_player.get(), m_player->position(), 3000) > 200);
-    m_rec.reset();
-    m_player.reset();
 }
 
 void tst_PluginPlayer::endOfMediaAndReplay()
