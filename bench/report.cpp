@@ -112,7 +112,7 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
                    {QStringLiteral("bare queued signal there and back + bare socket request/answer"),
                     {QStringLiteral("floor_queued"), QStringLiteral("floor_socket")}}, 1.5});
     m_rows.append({QStringLiteral("engine_call"),
-                   QStringLiteral("(where it goes) bare position call through psserver's engine thread, no client library"),
+                   QStringLiteral("(where it goes) bare call answered by psserver's engine thread, no client library"),
                    us, QStringLiteral("engine_call"),
                    {QStringLiteral("bare request/answer on the service socket"), {QStringLiteral("floor_socket")}}, -1});
     m_rows.append({QStringLiteral("socket_idle"),

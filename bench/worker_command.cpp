@@ -216,10 +216,11 @@ int idleSocketCalls(int reps)
     return failures;
 }
 
-// Not a floor of the table: an engine call (the position read) on a bare
-// link of its own, which goes through the service's engine thread (stored
-// values such as the volume are answered by its socket thread); it tells
-// the cost of that hop from the client's share of a command.
+// Not a floor of the table: a call on a bare link of its own that only the
+// service's engine thread answers (a parameter the socket thread does not
+// know: the engine refuses it at once), while stored values, positions and
+// stream questions are answered by its socket thread; it tells the cost of
+// that hop from the client's share of a command.
 int bareEngineCalls(int reps)
 {
     BareLink link;
@@ -229,7 +230,8 @@ int bareEngineCalls(int reps)
     int failures = 0;
     for (int rep = -kWarmUps; rep < reps; ++rep) {
         const double t0 = nowMs();
-        if (!link.exchange(psprotocol::call(++sequence, pswire::OpGetPosition, {}))) {
+        if (!link.exchange(psprotocol::call(++sequence, pswire::OpGetParameter,
+                                            {QByteArray("mPlayer"), QByteArray("engine-only"), 4}))) {
             ++failures;
             continue;
         }

@@ -1,7 +1,7 @@
 // The calls the service's socket thread answers itself from the values the
-// engine keeps and from the pipeline's own properties: a volume command, a
-// getter of a stored value, a stream count or the current stream is
-// answered without the hop to the engine thread and back. Only while no
+// engine keeps and from the pipeline's own properties and queries: a volume
+// command, a getter of a stored value, the position, a stream count or the
+// current stream is answered without the hop to the engine thread and back. Only while no
 // call of the client is with the engine: the pipeline is replaced, and the
 // subtitle files beside the medium change, only in calls.
 #include "playbinengine.h"
@@ -37,6 +37,11 @@ bool PlaybinEngine::answerFromStore(quint32 operation, const QVariantList &argum
         answer->result = duration;
         return true;
     }
+    case pswire::OpGetPosition:
+        // The clocked sinks answer position queries on any thread; a seek
+        // begins only in a call, and none is with the engine now.
+        answer->result = position();
+        return true;
     case pswire::OpGetCurrentStream:
         // playbin answers its properties on any thread; the subtitle files
         // beside the medium change only in calls, and none is in the

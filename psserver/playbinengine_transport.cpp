@@ -155,10 +155,10 @@ qint64 PlaybinEngine::position()
         gint64 ns = 0;
         if (!m_seekPending && queryPosition(&ns))
             m_lastPositionMs = nsToMs(ns);
-        return m_lastPositionMs;
+        return m_lastPositionMs.load();
     }
     case SPPlayer::STATE_ERROR:
-        return m_lastPositionMs;
+        return m_lastPositionMs.load();
     default:
         return 0;
     }
