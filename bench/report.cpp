@@ -112,8 +112,13 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
                    {QStringLiteral("bare queued signal there and back + bare socket request/answer"),
                     {QStringLiteral("floor_queued"), QStringLiteral("floor_socket")}}, 1.5});
     m_rows.append({QStringLiteral("engine_call"),
-                   QStringLiteral("(where it goes) bare position call through psserver's engine thread, no client library"),
+                   QStringLiteral("(where it goes) bare call answered by psserver's engine thread, no client library"),
                    us, QStringLiteral("engine_call"),
+                   {QStringLiteral("bare request/answer on the service socket"), {QStringLiteral("floor_socket")}}, -1});
+    m_rows.append({QStringLiteral("socket_idle"),
+                   QStringLiteral("(where it goes) bare request/answer on the service socket after 1 ms of quiet, "
+                                  "as between the other thread's commands"),
+                   us, QStringLiteral("floor_socket_idle"),
                    {QStringLiteral("bare request/answer on the service socket"), {QStringLiteral("floor_socket")}}, -1});
     m_rows.append({QStringLiteral("detect"), QStringLiteral("detectEncoding, tag-sized text (CPU time per call)"), us,
                    QStringLiteral("detect/ours"),
@@ -247,11 +252,15 @@ QJsonObject Report::json() const
 
 QString Report::plotData() const
 {
-    QString out = QStringLiteral("# medium  ours-metadata p25 p75  stock-metadata p25 p75  ours-prepared p25 p75  stock-prepared p25 p75 (ms)\n");
+    // Every player's open latencies side by side: the session, the stock
+    // player and our Qt back end (whose "prepared" is LoadedMedia).
+    QString out = QStringLiteral("# medium  ours-metadata p25 p75  stock-metadata p25 p75  qt-metadata p25 p75"
+                                 "  ours-prepared p25 p75  stock-prepared p25 p75  qt-loaded p25 p75 (ms)\n");
     for (const Medium &m : m_media) {
         QString line = QStringLiteral("\"%1\"").arg(m.label);
         for (const QString &key : {QStringLiteral("open_metadata.%1/ours"), QStringLiteral("open_metadata.%1/stock"),
-                                   QStringLiteral("open_prepared.%1/ours"), QStringLiteral("open_prepared.%1/stock")}) {
+                                   QStringLiteral("open_metadata.%1/qt"), QStringLiteral("open_prepared.%1/ours"),
+                                   QStringLiteral("open_prepared.%1/stock"), QStringLiteral("open_prepared.%1/qt")}) {
             const Summary s = summarize(m_samples.value(key.arg(m.tag)));
             // gnuplot skips "NaN" bars of a medium that gave no number.
             if (s.n == 0)
@@ -267,9 +276,10 @@ QString Report::plotData() const
 QString Report::plotScript(const QString &dataFile, const QString &pngFile)
 {
     return QStringLiteral(
-                   "set terminal pngcairo size 1100,520 noenhanced font 'sans,10'\n"
+                   "set terminal pngcairo size 1300,560 noenhanced font 'sans,10'\n"
                    "set output '%2'\n"
-                   "set title 'Open latency per medium: session on psserver against stock QMediaPlayer (median, bars p25–p75)'\n"
+                   "set title 'Open latency per medium: session on psserver, our Qt back end (QMediaPlayer on the session) "
+                   "and stock QMediaPlayer (median, bars p25–p75)'\n"
                    "set ylabel 'ms'\n"
                    "set yrange [0:*]\n"
                    "set style data histogram\n"
@@ -278,10 +288,12 @@ QString Report::plotScript(const QString &dataFile, const QString &pngFile)
                    "set key top left\n"
                    "set grid ytics\n"
                    "set xtics rotate by -15\n"
-                   "plot '%1' using 2:3:4:xtic(1) title 'ours: open → metadata' lc rgb '#1f77b4', \\\n"
+                   "plot '%1' using 2:3:4:xtic(1) title 'session: open → metadata' lc rgb '#1f77b4', \\\n"
+                   "     '' using 8:9:10 title 'Qt back end: open → metadata' lc rgb '#2ca02c', \\\n"
                    "     '' using 5:6:7 title 'stock: open → metadata' lc rgb '#ff7f0e', \\\n"
-                   "     '' using 8:9:10 title 'ours: open → prepared' lc rgb '#aec7e8', \\\n"
-                   "     '' using 11:12:13 title 'stock: open → prepared' lc rgb '#ffbb78'\n")
+                   "     '' using 11:12:13 title 'session: open → prepared' lc rgb '#aec7e8', \\\n"
+                   "     '' using 17:18:19 title 'Qt back end: open → loaded' lc rgb '#98df8a', \\\n"
+                   "     '' using 14:15:16 title 'stock: open → loaded' lc rgb '#ffbb78'\n")
             .arg(dataFile, pngFile);
 }
 

@@ -37,8 +37,9 @@ public:
     QStringList missingRows() const;
     QString markdown() const;
     QJsonObject json() const;
-    // Medians and quartiles of open -> metadata and open -> prepared of both
-    // players per medium, one medium a line, for gnuplot.
+    // Medians and quartiles of open -> metadata and open -> prepared of the
+    // session, the stock player and our Qt back end per medium, one medium
+    // a line, for gnuplot.
     QString plotData() const;
     static QString plotScript(const QString &dataFile, const QString &pngFile);
 

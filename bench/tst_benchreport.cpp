@@ -21,7 +21,7 @@ Samples completeSamples()
     for (const char *key :
          {"open_metadata.mp3/ours", "open_metadata.mp3/stock", "open_prepared.mp3/ours", "open_prepared.mp3/stock",
           "play/ours", "play/stock", "seek_playing/ours", "seek_playing/stock", "seek_paused/ours",
-          "seek_paused/stock", "cmd_owner/ours", "cmd_other/ours", "floor_queued", "floor_socket", "engine_call",
+          "seek_paused/stock", "cmd_owner/ours", "cmd_other/ours", "floor_queued", "floor_socket", "engine_call", "floor_socket_idle",
           "detect/ours", "detect/uchardet", "recovery_kill/ours", "recovery_stop/ours", "concurrent_open.1/ours",
           "concurrent_open.4/ours", "concurrent_open.16/ours", "concurrent_cpu.1/ours", "concurrent_cpu.4/ours",
           "concurrent_cpu.16/ours", "memory/ours", "memory/stock", "open_metadata.mp3/qt",
@@ -56,6 +56,8 @@ private Q_SLOTS:
     void qtBackEndRows_data();
     void qtBackEndRows();
     void tableRowText();
+    void plotColumns_data();
+    void plotColumns();
 };
 
 void tst_BenchReport::summarize_data()
@@ -180,6 +182,43 @@ void tst_BenchReport::tableRowText()
     const QStringList lines = Report(s, kOneMedium).markdown().split('\n');
     QCOMPARE(lines.value(2), QStringLiteral("| open → metadata, MP3 | 10.0 ms (9.00–11.0) | stock QMediaPlayer | "
                                             "20.0 ms | 0.50× | ≤ 0.8×: met |"));
+}
+
+// The plot's data: per medium the three players' open latencies, in the
+// columns the plot script names, and NaN where a player gave no number.
+void tst_BenchReport::plotColumns_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<int>("column"); // gnuplot's, from 1; the medium is 1
+    QTest::newRow("session metadata") << "open_metadata.mp3/ours" << 2;
+    QTest::newRow("stock metadata") << "open_metadata.mp3/stock" << 5;
+    QTest::newRow("Qt back end metadata") << "open_metadata.mp3/qt" << 8;
+    QTest::newRow("session prepared") << "open_prepared.mp3/ours" << 11;
+    QTest::newRow("stock loaded") << "open_prepared.mp3/stock" << 14;
+    QTest::newRow("Qt back end loaded") << "open_prepared.mp3/qt" << 17;
+}
+
+void tst_BenchReport::plotColumns()
+{
+    QFETCH(QString, key);
+    QFETCH(int, column);
+    Samples s = completeSamples();
+    s[key] = {40, 20, 30};
+    const QStringList lines = Report(s, kOneMedium).plotData().split('\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 2);
+    QVERIFY(lines.at(0).startsWith('#'));
+    const QStringList fields = lines.at(1).split(' ');
+    QCOMPARE(fields.size(), 19);
+    QCOMPARE(fields.at(0), QStringLiteral("\"MP3\""));
+    for (int c = 2; c <= 19; c += 3) {
+        const QStringList expected = c == column ? QStringList{"30", "25", "35"} : QStringList{"10", "10", "10"};
+        QCOMPARE(fields.mid(c - 1, 3), expected);
+    }
+    QVERIFY(Report::plotScript("d", "p").contains(QStringLiteral("using %1:%2:%3").arg(column).arg(column + 1).arg(column + 2)));
+
+    s.remove(key);
+    const QStringList without = Report(s, kOneMedium).plotData().split('\n', Qt::SkipEmptyParts);
+    QCOMPARE(without.at(1).split(' ').mid(column - 1, 3), (QStringList{"NaN", "NaN", "NaN"}));
 }
 
 QTEST_GUILESS_MAIN(tst_BenchReport)

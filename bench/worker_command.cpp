@@ -21,6 +21,8 @@ namespace {
 using Session = QOrvicPlayerSession;
 const int kRoundTripTimeoutMs = 3000;
 const int kWarmUps = 20;
+// The pause before each ping of idleSocketCalls().
+const unsigned long kQuietUs = 1000;
 
 // Two signals for a ping-pong between two threads.
 class Relay : public QObject
@@ -190,10 +192,35 @@ int socketFloor(int reps)
     return failures;
 }
 
-// Not a floor of the table: an engine call (the position read) on a bare
-// link of its own, which goes through the service's engine thread (stored
-// values such as the volume are answered by its socket thread); it tells
-// the cost of that hop from the client's share of a command.
+// Not a floor of the table: the same ping after the link has been quiet for
+// as long as between the other thread's commands (about a millisecond of
+// the waiting loop's poll). A service thread woken from such a pause
+// answers later than one kept busy by back-to-back pings; it tells how
+// much of the other thread's round trip that costs.
+int idleSocketCalls(int reps)
+{
+    BareLink link;
+    if (!link.connect())
+        return reps;
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        QThread::usleep(kQuietUs);
+        const double t0 = nowMs();
+        if (!link.exchange(psprotocol::ping(quint32(rep + kWarmUps + 1)))) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(QStringLiteral("floor_socket_idle"), (nowMs() - t0) * 1000.0);
+    }
+    return failures;
+}
+
+// Not a floor of the table: a call on a bare link of its own that only the
+// service's engine thread answers (a parameter the socket thread does not
+// know: the engine refuses it at once), while stored values, positions and
+// stream questions are answered by its socket thread; it tells the cost of
+// that hop from the client's share of a command.
 int bareEngineCalls(int reps)
 {
     BareLink link;
@@ -203,7 +230,8 @@ int bareEngineCalls(int reps)
     int failures = 0;
     for (int rep = -kWarmUps; rep < reps; ++rep) {
         const double t0 = nowMs();
-        if (!link.exchange(psprotocol::call(++sequence, pswire::OpGetPosition, {}))) {
+        if (!link.exchange(psprotocol::call(++sequence, pswire::OpGetParameter,
+                                            {QByteArray("mPlayer"), QByteArray("engine-only"), 4}))) {
             ++failures;
             continue;
         }
@@ -228,6 +256,7 @@ int runCommand(const WorkerArgs &args)
         {"queued signal", queuedFloor(args.reps)},
         {"socket", socketFloor(args.reps)},
         {"engine call", bareEngineCalls(args.reps)},
+        {"socket after a pause", idleSocketCalls(args.reps)},
     };
     session.stop();
     int failures = 0;

@@ -58,7 +58,21 @@ qint64 QOrvicPlayerControl::position() const
         return m_endOfMedia ? m_duration : m_stoppedPosition;
     if (m_seekTarget >= 0)
         return m_seekTarget;
+    // While playing, the engine's position now, as Qt's own back ends read
+    // their pipeline's; the session's last tick is up to its interval old.
+    qint64 now = 0;
+    if (m_state == QMediaPlayer::PlayingState && readLive(&now)) {
+        m_lastLive = now;
+        return now;
+    }
+    if (m_state == QMediaPlayer::PlayingState && m_lastLive >= 0 && m_rate > 0)
+        return qMax(m_position, m_lastLive);
     return m_position;
+}
+
+bool QOrvicPlayerControl::readLive(qint64 *position) const
+{
+    return m_link->host()->livePosition(m_link->generation(), position);
 }
 
 int QOrvicPlayerControl::bufferStatus() const
@@ -110,6 +124,7 @@ void QOrvicPlayerControl::popAndNotifyState()
 
 void QOrvicPlayerControl::postStop()
 {
+    m_lastLive = -1;
     m_link->newGeneration();
     m_link->post(Host::Stop);
     m_sessionHasMedium = false;
@@ -136,6 +151,7 @@ void QOrvicPlayerControl::setMedia(const QMediaContent &media, QIODevice *stream
         postStop();
     m_link->newGeneration();
     m_endOfMedia = false;
+    m_lastLive = -1;
     m_position = 0;
     m_stoppedPosition = 0;
     m_seekTarget = -1;
@@ -254,6 +270,7 @@ void QOrvicPlayerControl::fail(QMediaPlayer::Error err, const QString &text)
     m_state = QMediaPlayer::StoppedState;
     m_status = QMediaPlayer::InvalidMedia;
     m_endOfMedia = false;
+    m_lastLive = -1;
     m_seekTarget = -1;
     m_stoppedPosition = 0;
     // The session keeps a failed medium as stopped; start over on the next play.
@@ -289,6 +306,11 @@ void QOrvicPlayerControl::playOrPause(QMediaPlayer::State target)
         return;
     }
     pushState();
+    // Leaving play: keep the engine's position now rather than the older
+    // tick, so that the position does not step back on a pause.
+    if (m_state == QMediaPlayer::PlayingState && m_seekTarget < 0)
+        m_position = position();
+    m_lastLive = -1;
     if (m_status == QMediaPlayer::InvalidMedia) {
         // Try the medium again, as a fresh load, unless it still cannot be read.
         QMediaPlayer::Error err = QMediaPlayer::ResourceError;
@@ -404,6 +426,7 @@ void QOrvicPlayerControl::setPosition(qint64 position)
         return;
     }
     m_seekTarget = position;
+    m_lastLive = -1;
     m_seekSerial = m_link->post(Host::Seek, position);
     popAndNotifyState();
 }

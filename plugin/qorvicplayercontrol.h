@@ -70,6 +70,8 @@ private:
     void failLater(QMediaPlayer::Error error, const QString &text);
     void pushState();
     void popAndNotifyState();
+    // The engine's position now, while the session plays the current medium.
+    bool readLive(qint64 *position) const;
 
     QOrvicSessionLink *m_link;
     QMediaContent m_media;
@@ -89,6 +91,10 @@ private:
     bool m_sessionHasMedium = false;
     bool m_endOfMedia = false;
     qint64 m_position = 0;        // last position reported while playing
+    // The last live reading of position() since playback last started or
+    // was sought, -1 for none: while no reading can be had for a moment (a
+    // command runs), the position does not step back to the older tick.
+    mutable qint64 m_lastLive = -1;
     qint64 m_stoppedPosition = 0; // position to start from when stopped
     qint64 m_seekTarget = -1;     // seek in flight
     quint64 m_seekSerial = 0;

@@ -6,9 +6,13 @@
 #endif
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QReadLocker>
+#include <QtCore/QWriteLocker>
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 #include <QtMultimedia/QMediaMetaData>
+
+#include <utility>
 
 namespace {
 // The watchdog wants a clock input a few times a second; positions for the
@@ -24,6 +28,20 @@ bool isPlayingState(QOrvicPlayerSession::PlayerState s)
 {
     return s >= QOrvicPlayerSession::Player_Play && s <= QOrvicPlayerSession::Player_Pause;
 }
+
+// Marks a stretch of the host's thread in which the engine may change
+// (see livePosition()).
+class BusyWindow
+{
+public:
+    explicit BusyWindow(QAtomicInteger<quint32> &epoch) : m_epoch(epoch) { m_epoch.fetchAndAddOrdered(1); }
+    ~BusyWindow() { m_epoch.fetchAndAddOrdered(1); }
+    BusyWindow(const BusyWindow &) = delete;
+    BusyWindow &operator=(const BusyWindow &) = delete;
+
+private:
+    QAtomicInteger<quint32> &m_epoch;
+};
 } // namespace
 
 QOrvicSessionHost::QOrvicSessionHost()
@@ -81,7 +99,11 @@ void QOrvicSessionHost::start()
     m_serviceRunning = startService();
     if (!m_serviceRunning)
         return; // no session: calls report a missing service
-    m_session = new QOrvicPlayerSession(QMediaPlayer::Flags());
+    QOrvicPlayerSession *const session = new QOrvicPlayerSession(QMediaPlayer::Flags());
+    {
+        const QWriteLocker use(&m_sessionUse);
+        m_session = session;
+    }
     m_ticker = new QTimer(this);
     m_ticker->setInterval(kTickIntervalMs);
     connect(m_ticker, &QTimer::timeout, this, &QOrvicSessionHost::onTick);
@@ -97,6 +119,7 @@ void QOrvicSessionHost::start()
 
 void QOrvicSessionHost::shutdown()
 {
+    const BusyWindow busy(m_busyEpoch);
     if (m_ticker)
         m_ticker->stop();
 #if ORVIC_HOST_VIDEO
@@ -105,8 +128,35 @@ void QOrvicSessionHost::shutdown()
 #endif
     if (m_session)
         m_session->stop();
-    delete m_session;
-    m_session = nullptr;
+    QOrvicPlayerSession *session = nullptr;
+    {
+        // No reader of another thread is inside the session once it is out
+        // of reach.
+        const QWriteLocker use(&m_sessionUse);
+        std::swap(session, m_session);
+    }
+    delete session;
+}
+
+bool QOrvicSessionHost::livePosition(int generation, qint64 *position) const
+{
+    using S = QOrvicPlayerSession;
+    const QReadLocker use(&m_sessionUse);
+    if (!m_session)
+        return false;
+    const quint32 epoch = m_busyEpoch.loadAcquire();
+    if ((epoch & 1) || m_generation.loadAcquire() != generation)
+        return false;
+    const S::PlayerState state = m_session->state();
+    if (state < S::Player_Play || state > S::Player_SB)
+        return false;
+    const qint64 now = m_session->position();
+    // Taken only when nothing on the host's thread began or ended meanwhile
+    // and no engine event changed the state.
+    if (m_busyEpoch.loadAcquire() != epoch || m_session->state() != state)
+        return false;
+    *position = now;
+    return true;
 }
 
 void QOrvicSessionHost::connectSession()
@@ -198,6 +248,7 @@ QList<QOrvicStreamInfo> QOrvicSessionHost::streamInfos(const QVariantMap &map)
 void QOrvicSessionHost::run(quint64 serial, int generation, int command, const QVariant &param)
 {
     using S = QOrvicPlayerSession;
+    const BusyWindow busy(m_busyEpoch);
     m_generation.storeRelease(generation);
     m_current = QOrvicCommandResult();
     m_current.serial = serial;
@@ -238,6 +289,7 @@ void QOrvicSessionHost::onTick()
 {
     if (!m_session)
         return;
+    const BusyWindow busy(m_busyEpoch);
     const QOrvicPlayerSession::PlayerState before = m_session->state();
     const qint64 position = m_session->position();
     // The session's service watchdog runs on this clock.

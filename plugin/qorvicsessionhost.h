@@ -5,6 +5,7 @@
 
 #include <QtCore/QList>
 #include <QtCore/QObject>
+#include <QtCore/QReadWriteLock>
 #include <QtCore/QVariant>
 #include <QtGui/QImage>
 
@@ -80,6 +81,14 @@ public Q_SLOTS:
 
     // Read after start() has returned (it runs blocking-queued).
     bool serviceRunning() const { return m_serviceRunning; }
+    // Any thread: the engine's position now, while the session plays the
+    // medium of `generation` (normal speed or trick play); false when there
+    // is no session, it plays no medium of that generation, or a command or
+    // the watchdog's clock ran on the host's thread meanwhile (either may
+    // replace the engine, and a recovery plays before it seeks). Never waits
+    // for a running command; it may wait for an engine that is being
+    // released, as the session's getters do.
+    bool livePosition(int generation, qint64 *position) const;
 #if ORVIC_HOST_VIDEO
     // Lives on the host's thread; keeps the video surface on the engine.
     QOrvicVideoBinder *videoBinder() const { return m_videoBinder; }
@@ -112,6 +121,10 @@ private:
     QList<QOrvicStreamInfo> streamInfos(const QVariantMap &map);
 
     QOrvicPlayerSession *m_session = nullptr;
+    // Readers of other threads (livePosition()) hold it for reading while
+    // they use m_session; the host's thread holds it for writing when it
+    // sets m_session, so that a session is never deleted under a reader.
+    mutable QReadWriteLock m_sessionUse;
 #if ORVIC_HOST_VIDEO
     QOrvicVideoBinder *m_videoBinder;
     QOrvicVideoBinder *m_audioBinder;
@@ -122,6 +135,9 @@ private:
     // engine's threads read when they forward events (a stale value only
     // lets one late event through as current or old).
     QAtomicInt m_generation;
+    // Odd while a command, the watchdog's clock or the shutdown runs on the
+    // host's thread; counts up at the start and the end of each.
+    QAtomicInteger<quint32> m_busyEpoch;
     bool m_inCommand = false;
     QOrvicCommandResult m_current;
 };

@@ -361,7 +361,7 @@ void PlaybinEngine::finishPrepare(int result)
         const QList<int> notices = loadExternalSubtitles();
         reportStreamCounts(false);
         setEngineState(SPPlayer::STATE_PREPARED);
-        emitEvent(pswire::EvDurationChanged, {m_durationMs});
+        emitEvent(pswire::EvDurationChanged, {m_durationMs.load()});
         emitEvent(pswire::EvSeekableChanged, {m_seekable.load()});
         emitEvent(pswire::EvPrepared);
         // A subtitle file that gives nothing is news, not a failure.

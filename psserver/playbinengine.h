@@ -155,8 +155,8 @@ private:
     QString m_uri;
     bool m_network = false;
     std::atomic<bool> m_seekable{false};
-    qint64 m_durationMs = 0;
-    qint64 m_lastPositionMs = 0;
+    std::atomic<qint64> m_durationMs{0};
+    std::atomic<qint64> m_lastPositionMs{0};
     std::atomic<double> m_rate{1.0};
     std::atomic<int> m_volume{100};
     std::atomic<bool> m_subtitleOn{false};
@@ -178,7 +178,8 @@ private:
     // Until a seek has settled the pipeline's position is that of before the
     // flush or in between: the target is reported instead.
     QTimer m_seekSettle;
-    bool m_seekPending = false;
+    // Read by the socket thread too (a position asked of the store).
+    std::atomic<bool> m_seekPending{false};
     bool m_speedPending = false;
     QTimer m_tick;
     SubtitleScheduler m_subtitles;

@@ -146,7 +146,7 @@ void PlaybinEngine::handleMessage(GstMessage *message)
         if (isPrepared() && gst_element_query_duration(m_playbin, GST_FORMAT_TIME, &ns) && ns > 0
             && nsToMs(ns) != m_durationMs) {
             m_durationMs = nsToMs(ns);
-            emitEvent(pswire::EvDurationChanged, {m_durationMs});
+            emitEvent(pswire::EvDurationChanged, {m_durationMs.load()});
         }
         break;
     }

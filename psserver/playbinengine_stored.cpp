@@ -1,6 +1,9 @@
 // The calls the service's socket thread answers itself from the values the
-// engine keeps: a volume command or a getter of a stored value is answered
-// without the hop to the engine thread and back.
+// engine keeps and from the pipeline's own properties and queries: a volume
+// command, a getter of a stored value, the position, a stream count or the
+// current stream is answered without the hop to the engine thread and back. Only while no
+// call of the client is with the engine: the pipeline is replaced, and the
+// subtitle files beside the medium change, only in calls.
 #include "playbinengine.h"
 #include "playbinengine_p.h"
 #include "pswire.h"
@@ -25,8 +28,36 @@ bool PlaybinEngine::answerFromStore(quint32 operation, const QVariantList &argum
     case pswire::OpGetVolume:
         answer->result = m_volume.load();
         return true;
+    case pswire::OpGetDuration: {
+        // Known once prepared; an unknown one is asked of the pipeline by
+        // the engine thread, which keeps what it learns.
+        const qint64 duration = m_durationMs.load();
+        if (!isPrepared() || duration <= 0)
+            return false;
+        answer->result = duration;
+        return true;
+    }
+    case pswire::OpGetPosition:
+        // The clocked sinks answer position queries on any thread; a seek
+        // begins only in a call, and none is with the engine now.
+        answer->result = position();
+        return true;
+    case pswire::OpGetCurrentStream:
+        // playbin answers its properties on any thread; the subtitle files
+        // beside the medium change only in calls, and none is in the
+        // engine's hands now.
+        answer->result = currentStream(arguments.value(0).toInt());
+        return true;
     case pswire::OpGetParameter: {
         const QByteArray key = arguments.value(1).toByteArray();
+        if (key == "get-audio-count" || key == "get-subtitle-count" || key == "get-video-count") {
+            // Counted from the pipeline, which answers on any thread (as
+            // for the current stream above).
+            QByteArray output;
+            answer->result = getParameter(key, &output);
+            answer->output = output;
+            return true;
+        }
         bool on;
         if (key == "get-subtitle-onoff")
             on = m_subtitleOn;
@@ -35,7 +66,7 @@ bool PlaybinEngine::answerFromStore(quint32 operation, const QVariantList &argum
         else if (key == "get-audio-onoff")
             on = m_audioOn;
         else
-            return false; // counted from the pipeline
+            return false;
         answer->result = int(pswire::ResultOk);
         answer->output = intBytes(on);
         return true;

@@ -17,7 +17,7 @@ int PlaybinEngine::play()
         return pswire::ResultOk;
     case SPPlayer::STATE_COMPLETED:
         // Play after the end starts over (from the end when playing backwards).
-        if (!seekWithRate(m_rate, m_rate < 0 ? m_durationMs : 0))
+        if (!seekWithRate(m_rate, m_rate < 0 ? m_durationMs.load() : 0))
             return pswire::ResultFailed;
         Q_FALLTHROUGH();
     case SPPlayer::STATE_PREPARED:
@@ -136,7 +136,7 @@ int PlaybinEngine::seekTo(qint64 positionMs)
         return pswire::ResultUnsupported;
     qint64 target = qMax<qint64>(0, positionMs);
     if (m_durationMs > 0)
-        target = qMin(target, m_durationMs);
+        target = qMin(target, m_durationMs.load());
     if (!seekWithRate(m_rate, target))
         return pswire::ResultFailed;
     // After the end the pipeline is still playing: the seek restarts it.
@@ -155,10 +155,10 @@ qint64 PlaybinEngine::position()
         gint64 ns = 0;
         if (!m_seekPending && queryPosition(&ns))
             m_lastPositionMs = nsToMs(ns);
-        return m_lastPositionMs;
+        return m_lastPositionMs.load();
     }
     case SPPlayer::STATE_ERROR:
-        return m_lastPositionMs;
+        return m_lastPositionMs.load();
     default:
         return 0;
     }
@@ -189,7 +189,7 @@ qint64 PlaybinEngine::duration()
         if (gst_element_query_duration(m_playbin, GST_FORMAT_TIME, &ns) && ns > 0)
             m_durationMs = nsToMs(ns);
     }
-    return m_durationMs;
+    return m_durationMs.load();
 }
 
 int PlaybinEngine::setSpeed(double rate)

@@ -6,6 +6,8 @@
 
 #include <cctype>
 #include <cstring>
+#include <system_error>
+#include <utility>
 #include <strings.h>
 
 namespace hostplatform {
@@ -140,31 +142,14 @@ void FileMetaData::forget()
     mPicture = RgbImage();
 }
 
-int FileMetaData::setUrl(const char *url)
-{
-    std::lock_guard<std::mutex> locker(mLock);
-    forget();
-    const std::string path = localPathFromUrl(url);
-    if (path.empty())
-        return StatusBadUrl;
-    // Only regular files: opening a FIFO or a device would block or never end.
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || access(path.c_str(), R_OK) != 0)
-        return StatusNotReadable;
-    return read(MediaSource::file(path));
-}
+namespace {
 
-int FileMetaData::setBytes(const unsigned char *data, size_t size)
+// The facts of an opened medium: its streams, then its ID3 tags, read once
+// libavformat has let go of the file.
+int readFacts(const MediaSource &source, OpenedMediumPtr medium, MediaFacts &facts)
 {
-    std::lock_guard<std::mutex> locker(mLock);
-    forget();
-    return read(MediaSource::memory(data, size));
-}
-
-int FileMetaData::read(const MediaSource &source)
-{
-    MediaFacts facts;
-    const int status = probeStreams(source, facts);
+    const int status = readStreams(*medium, facts);
+    medium.reset();
     if (status != StatusOk)
         return status;
     // ID3 tags are read by TagLib and replace the container's view of them:
@@ -177,49 +162,136 @@ int FileMetaData::read(const MediaSource &source)
             facts.pictures = std::move(id3.pictures);
         facts.hasId3 = true;
     }
-    mFacts = std::move(facts);
     return StatusOk;
+}
+
+} // namespace
+
+FileMetaData::~FileMetaData()
+{
+    std::unique_lock<std::mutex> locker(mLock);
+    finishRead(locker);
+}
+
+void FileMetaData::finishRead(std::unique_lock<std::mutex> &locker)
+{
+    mRead.wait(locker, [this] { return !mReading; });
+    // The reader sets mReading last and takes mLock no more: it is ending.
+    if (mReader.joinable())
+        mReader.join();
+}
+
+std::unique_lock<std::mutex> FileMetaData::lockFacts()
+{
+    std::unique_lock<std::mutex> locker(mLock);
+    finishRead(locker);
+    return locker;
+}
+
+int FileMetaData::setUrl(const char *url)
+{
+    std::unique_lock<std::mutex> locker(mLock);
+    finishRead(locker);
+    forget();
+    const std::string path = localPathFromUrl(url);
+    if (path.empty())
+        return StatusBadUrl;
+    // Only regular files: opening a FIFO or a device would block or never end.
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || access(path.c_str(), R_OK) != 0)
+        return StatusNotReadable;
+    const MediaSource source = MediaSource::file(path);
+    OpenedMediumPtr medium;
+    const int opened = openMedium(source, medium);
+    if (opened != StatusOk)
+        return opened;
+    if (!headerDecidesStatus(*medium)) {
+        MediaFacts facts;
+        const int status = readFacts(source, std::move(medium), facts);
+        if (status == StatusOk)
+            mFacts = std::move(facts);
+        return status;
+    }
+    // The answer is known: the rest is read while the caller goes on.
+    mReading = true;
+    try {
+        mReader = std::thread([this, source, m = std::move(medium)]() mutable {
+            MediaFacts facts;
+            const bool ok = readFacts(source, std::move(m), facts) == StatusOk;
+            const std::lock_guard<std::mutex> guard(mLock);
+            if (ok)
+                mFacts = std::move(facts);
+            mReading = false;
+            mRead.notify_all();
+        });
+    } catch (const std::system_error &) {
+        // No thread to be had: read here, as a medium whose header tells nothing.
+        mReading = false;
+        return read(source);
+    }
+    return StatusOk;
+}
+
+int FileMetaData::setBytes(const unsigned char *data, size_t size)
+{
+    std::unique_lock<std::mutex> locker(mLock);
+    finishRead(locker);
+    forget();
+    return read(MediaSource::memory(data, size));
+}
+
+int FileMetaData::read(const MediaSource &source)
+{
+    OpenedMediumPtr medium;
+    const int opened = openMedium(source, medium);
+    if (opened != StatusOk)
+        return opened;
+    MediaFacts facts;
+    const int status = readFacts(source, std::move(medium), facts);
+    if (status == StatusOk)
+        mFacts = std::move(facts);
+    return status;
 }
 
 int FileMetaData::getMediaType()
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     return mFacts.mediaKind;
 }
 
 long long FileMetaData::getDuration()
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     return mFacts.durationMs;
 }
 
 int FileMetaData::getProgramNum()
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     return mFacts.programs;
 }
 
 int FileMetaData::getAudioStreamNum(int program)
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     return hasProgram(program) ? int(mFacts.audio.size()) : 0;
 }
 
 int FileMetaData::getVideoStreamNum(int program)
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     return hasProgram(program) ? int(mFacts.video.size()) : 0;
 }
 
 int FileMetaData::getSubtitleStreamNum(int program)
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     return hasProgram(program) ? mFacts.subtitles : 0;
 }
 
 int FileMetaData::getAudioAttribute(int program, int stream, AudioAttribute &attr)
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     if (!hasProgram(program) || stream < 0 || size_t(stream) >= mFacts.audio.size())
         return -1;
     const AudioStream &a = mFacts.audio[size_t(stream)];
@@ -234,7 +306,7 @@ int FileMetaData::getAudioAttribute(int program, int stream, AudioAttribute &att
 
 int FileMetaData::getVideoAttribute(int program, int stream, VideoAttribute &attr)
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     if (!hasProgram(program) || stream < 0 || size_t(stream) >= mFacts.video.size())
         return -1;
     const VideoStream &v = mFacts.video[size_t(stream)];
@@ -249,7 +321,7 @@ int FileMetaData::getVideoAttribute(int program, int stream, VideoAttribute &att
 
 const char *FileMetaData::getMetaString(const char *key)
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     mLastTagV2 = false;
     if (!key)
         return nullptr;
@@ -263,7 +335,7 @@ const char *FileMetaData::getMetaString(const char *key)
 
 int FileMetaData::getPicture(Picture &picture, int index, int sizeLimit)
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     mPicture = RgbImage();
     if (index < 0 || size_t(index) >= mFacts.pictures.size())
         return -1;
@@ -279,7 +351,7 @@ int FileMetaData::getPicture(Picture &picture, int index, int sizeLimit)
 
 bool FileMetaData::isTagV2()
 {
-    std::lock_guard<std::mutex> locker(mLock);
+    const std::unique_lock<std::mutex> locker = lockFacts();
     return mLastTagV2;
 }
 

@@ -1,17 +1,23 @@
 // Metadata reader of the PC build of libplayback.so.
 //
-// Everything is read once in setUrl(): stream attributes from libavformat,
+// Everything is read once per setUrl(): stream attributes from libavformat,
 // ID3 tags with TagLib (so that legacy bytes reach the caller unchanged),
 // and the encoded cover pictures; the getters only answer from that snapshot.
-// The cover is decoded on request, because most opens never ask for it.
+// setUrl() returns as soon as its answer is certain (for most formats the
+// container's header tells) and leaves the rest of the reading to a thread
+// of its own; a getter waits for it. The cover is decoded on request,
+// because most opens never ask for it.
 #ifndef HOSTPLATFORM_METADATAREADER_H
 #define HOSTPLATFORM_METADATAREADER_H
 
 #include <playback/spmetadata.h>
 
+#include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace hostplatform {
@@ -121,6 +127,22 @@ struct MediaSource {
 int probeStreams(const MediaSource &source, MediaFacts &facts);
 int probeStreams(const std::string &path, MediaFacts &facts);
 
+// probeStreams() in two steps: openMedium() reads the container's header
+// (StatusOk with the medium, or StatusNotMedia), readStreams() learns the
+// streams' parameters (a few packets) and gives probeStreams()'s answer.
+// Both steps share one deadline; the second may run on another thread.
+struct OpenedMedium;
+struct OpenedMediumDeleter {
+    void operator()(OpenedMedium *medium) const;
+};
+using OpenedMediumPtr = std::unique_ptr<OpenedMedium, OpenedMediumDeleter>;
+int openMedium(const MediaSource &source, OpenedMediumPtr &medium);
+int readStreams(OpenedMedium &medium, MediaFacts &facts);
+// True when the header alone shows that readStreams() answers StatusOk:
+// the format lists its streams in its header, and one of them is audio,
+// subtitles or a moving picture.
+bool headerDecidesStatus(const OpenedMedium &medium);
+
 // ID3v2 at the start and ID3v1 at the end of the file, of any format.
 // Returns true when either was found; fills tags and pictures.
 bool readId3Tags(const MediaSource &source, MediaFacts &facts);
@@ -167,7 +189,8 @@ class FileMetaData : public playback::SPMetaData
 {
 public:
     FileMetaData() = default;
-    ~FileMetaData() override = default;
+    // Waits for a read that setUrl() left running.
+    ~FileMetaData() override;
 
     int setUrl(const char *url) override;
     // The answers setUrl() gives for a file holding these `size` bytes, read
@@ -192,8 +215,19 @@ private:
     void forget();
     // Reads the facts of a readable source; called with mLock held.
     int read(const MediaSource &source);
+    // mLock, once the facts of the last setUrl() are there.
+    std::unique_lock<std::mutex> lockFacts();
+    // With mLock held: waits for a read left running and joins its thread.
+    void finishRead(std::unique_lock<std::mutex> &locker);
 
     std::mutex mLock;
+    // setUrl() answers once the container's header has shown its status;
+    // the streams' parameters and the tags are then read on mReader while
+    // the caller goes on (the session sets up and prepares the engine
+    // meanwhile). mReading is true until its facts are in mFacts.
+    std::thread mReader;
+    std::condition_variable mRead;
+    bool mReading = false;
     MediaFacts mFacts;
     std::string mLastString; // answer of the last getMetaString()
     bool mLastTagV2 = false;

@@ -287,24 +287,38 @@ std::string shortCodecName(int codecId)
     return clipped(name);
 }
 
-int probeStreams(const MediaSource &source, MediaFacts &facts)
+// A medium libavformat has opened: its format context, the I/O context of a
+// medium in memory, and the deadline both work under.
+struct OpenedMedium
 {
-    quietLibavLog();
-    Deadline deadline{av_gettime_relative() + kProbeDeadlineUs};
+    Deadline deadline;
     // Declared before the format context: freed after it is closed.
     std::unique_ptr<MemoryInput> memory;
+    FormatContextPtr context;
+};
+
+void OpenedMediumDeleter::operator()(OpenedMedium *medium) const
+{
+    delete medium;
+}
+
+int openMedium(const MediaSource &source, OpenedMediumPtr &opened)
+{
+    quietLibavLog();
+    OpenedMediumPtr medium(new OpenedMedium);
+    medium->deadline.until = av_gettime_relative() + kProbeDeadlineUs;
     if (source.inMemory()) {
-        memory.reset(new MemoryInput(source.data, source.size));
-        if (!memory->context())
+        medium->memory.reset(new MemoryInput(source.data, source.size));
+        if (!medium->memory->context())
             return StatusNotMedia;
     }
     AVFormatContext *raw = avformat_alloc_context();
     if (!raw)
         return StatusNotMedia;
     raw->interrupt_callback.callback = deadlinePassed;
-    raw->interrupt_callback.opaque = &deadline;
-    if (memory) {
-        raw->pb = memory->context();
+    raw->interrupt_callback.opaque = &medium->deadline;
+    if (medium->memory) {
+        raw->pb = medium->memory->context();
         raw->io_open = refuseNestedOpen;
     }
     AVDictionary *options = nullptr;
@@ -313,20 +327,53 @@ int probeStreams(const MediaSource &source, MediaFacts &facts)
     // A still image is the file itself, never a numbered sequence ("%d").
     av_dict_set(&options, "pattern_type", "none", 0);
     // "file:" keeps a colon in the name from being read as a protocol.
-    const std::string url = memory ? std::string() : "file:" + source.path;
-    const int opened = avformat_open_input(&raw, url.c_str(), nullptr, &options);
+    const std::string url = medium->memory ? std::string() : "file:" + source.path;
+    const int result = avformat_open_input(&raw, url.c_str(), nullptr, &options);
     av_dict_free(&options);
-    if (opened < 0)
+    if (result < 0)
         return StatusNotMedia; // avformat_open_input freed the context
-    FormatContextPtr context(raw);
-    findStreamInfo(context.get());
+    medium->context.reset(raw);
+    opened = std::move(medium);
+    return StatusOk;
+}
+
+bool headerDecidesStatus(const OpenedMedium &medium)
+{
+    const AVFormatContext *context = medium.context.get();
+    // Formats that find their streams in the packets only learn them while
+    // the parameters are read.
+    if (context->ctx_flags & AVFMTCTX_NOHEADER)
+        return false;
+    // Reading the parameters adds no stream to such a format and takes none
+    // away; a stream whose codec is probed stays audio, video or subtitle.
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        const AVStream *s = context->streams[i];
+        switch (s->codecpar->codec_type) {
+        case AVMEDIA_TYPE_AUDIO:
+        case AVMEDIA_TYPE_SUBTITLE:
+            return true;
+        case AVMEDIA_TYPE_VIDEO:
+            if (!isCoverPicture(s))
+                return true;
+            break;
+        default:
+            break;
+        }
+    }
+    return false;
+}
+
+int readStreams(OpenedMedium &medium, MediaFacts &facts)
+{
+    AVFormatContext *const context = medium.context.get();
+    findStreamInfo(context);
 
     const AVStream *firstAudio = nullptr;
     for (unsigned i = 0; i < context->nb_streams; ++i) {
         const AVStream *s = context->streams[i];
         switch (s->codecpar->codec_type) {
         case AVMEDIA_TYPE_AUDIO:
-            facts.audio.push_back(audioStream(context.get(), s));
+            facts.audio.push_back(audioStream(context, s));
             if (!firstAudio)
                 firstAudio = s;
             break;
@@ -350,10 +397,17 @@ int probeStreams(const MediaSource &source, MediaFacts &facts)
     if (facts.audio.empty() && facts.video.empty() && facts.subtitles == 0)
         return StatusNotMedia;
     facts.programs = 1;
-    facts.mediaKind = mediaKind(context.get(), facts);
-    facts.durationMs = durationMs(context.get());
-    containerTags(context.get(), firstAudio, facts);
+    facts.mediaKind = mediaKind(context, facts);
+    facts.durationMs = durationMs(context);
+    containerTags(context, firstAudio, facts);
     return StatusOk;
+}
+
+int probeStreams(const MediaSource &source, MediaFacts &facts)
+{
+    OpenedMediumPtr medium;
+    const int opened = openMedium(source, medium);
+    return opened == StatusOk ? readStreams(*medium, facts) : opened;
 }
 
 } // namespace metadatareader
