@@ -13,13 +13,16 @@
 #include "qorvicplayersession_p.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QMutex>
+#include <QtCore/QMutexLocker>
 #include <QtCore/QPointF>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QUrl>
+#include <QtCore/QWaitCondition>
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <memory>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -101,14 +104,61 @@ void scriptEngine(FuzzedDataProvider &in, ScriptedEngine &engine)
     });
 }
 
-// Runs the owner thread's events until nothing is in flight or waiting.
+// The thread that gives commands from outside the owner thread. One thread
+// for the whole run: starting a thread per burst cost more than the burst,
+// and the queue sees the same thing either way, a caller that is not its
+// owner.
+class OtherThread
+{
+public:
+    OtherThread() : m_thread([this] { run(); }) {}
+
+    // Runs `job` on the other thread and returns once it is done.
+    void runAndWait(std::function<void()> job)
+    {
+        QMutexLocker lock(&m_mutex);
+        m_job = std::move(job);
+        m_changed.wakeAll();
+        while (m_job)
+            m_changed.wait(&m_mutex);
+    }
+
+private:
+    [[noreturn]] void run()
+    {
+        QMutexLocker lock(&m_mutex);
+        for (;;) {
+            while (!m_job)
+                m_changed.wait(&m_mutex);
+            // The job runs unlocked: it takes the session's locks, and the
+            // owner thread only waits for it to end.
+            lock.unlock();
+            m_job();
+            lock.relock();
+            m_job = nullptr;
+            m_changed.wakeAll();
+        }
+    }
+
+    QMutex m_mutex;
+    QWaitCondition m_changed;
+    std::function<void()> m_job;
+    std::thread m_thread; // last: started once the rest is built
+};
+
+OtherThread *otherThread;
+
+// Delivers the owner thread's posted events (the queued commands) until
+// nothing is in flight or waiting. The session needs no timers and no
+// sockets, so the posted events alone move it on; polling the event
+// dispatcher for more is time spent on nothing.
 bool drain(Session *session)
 {
     QOrvicPlayerSessionPrivate *d = QOrvicPlayerSessionPrivate::get(session);
     for (int i = 0; i < 100000; ++i) {
         if (d->mDispatchState.loadAcquire() == 0 && pendingCount(session) == 0)
             return true;
-        QCoreApplication::processEvents(QEventLoop::AllEvents);
+        QCoreApplication::sendPostedEvents();
     }
     return false;
 }
@@ -133,12 +183,19 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     orvicfuzz::initQt(argc, argv);
     orvicfuzz::captureLinesContaining(QStringLiteral("play session actMessage "));
     static InstantPolls polls; // the service status polls need not wait
+    // Lives for the whole run, like the application object (never joined:
+    // libFuzzer leaves its loop by exiting).
+    otherThread = new OtherThread;
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzedDataProvider in(data, size);
+    // The watchdog's count of unchanged positions is shared by every session
+    // of the process: each input starts from none, so that what an input does
+    // depends on its bytes alone.
+    QOrvicPlayerSessionPrivate::stallCounter.storeRelease(0);
     ScriptedEngine engine;
     ScriptedPropertyService properties;
     ScriptedPlatformControl platform;
@@ -175,11 +232,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                     burst.push_back(Command{idFrom(in), paramFrom(in)});
                     given.append(burst.back().id);
                 }
-                std::thread sender([&session, &burst] {
+                otherThread->runAndWait([&session, &burst] {
                     for (const Command &c : burst)
                         session.manageActList(static_cast<Session::MessageId>(c.id), c.param);
                 });
-                sender.join();
                 break;
             }
             case 1: { // stop() with whatever is waiting
@@ -190,11 +246,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                     // the owner's loop delivered it.
                     const Command c{idFrom(in), paramFrom(in)};
                     given.append(c.id);
-                    std::thread sender([&session, &c] {
+                    otherThread->runAndWait([&session, &c] {
                         session.manageActList(static_cast<Session::MessageId>(c.id), c.param);
                         session.manageActList(static_cast<Session::MessageId>(c.id), c.param);
                     });
-                    sender.join();
                     given.append(c.id);
                     thrownAway = true;
                 }

@@ -4,8 +4,11 @@
 # then SIGKILL) at random moments and commands arrive from several threads;
 # corrupt and truncated media are opened in between. Prints the figures.
 #
-#   scripts/soak.sh [ROUNDS] [SEED]     default 20 faults, seed 1
+#   scripts/soak.sh [ROUNDS] [SEED] [OPTIONS...]     default 20 faults, seed 1
 #
+# Further options go to orvic-soak, e.g. "--bystanders 1": one more session
+# of the same process plays with no watchdog fed, and must play on after
+# every recovery made by the other session's watchdog.
 # Builds in build/ and works in build/soak/ with a runtime directory of its
 # own, so that a daemon of the soak is never anybody else's. Exit status
 # non-zero when the client crashed or a figure is off (see orvic-soak).
@@ -13,6 +16,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 rounds=${1:-20}
 seed=${2:-1}
+shift $(( $# < 2 ? $# : 2 ))
 bash scripts/install-deps.sh
 build=build
 cmake -S . -B "$build" -G Ninja >/dev/null
@@ -69,7 +73,7 @@ trap stop_daemon EXIT
 
 status=0
 ORVIC_RUNTIME_DIR=$runtime QT_QPA_PLATFORM=offscreen \
-    "$build/tools/orvic-soak" --media "$media" --rounds "$rounds" --seed "$seed" || status=$?
+    "$build/tools/orvic-soak" --media "$media" --rounds "$rounds" --seed "$seed" "$@" || status=$?
 if [ $status -gt 128 ]; then
     echo "client crashes: 1 (signal $((status - 128)))"
     tail -20 "$runtime/psserver.log" 2>/dev/null || true

@@ -3,8 +3,11 @@
 // at random moments and commands arrive from several threads; corrupt and
 // truncated media are opened in between. Prints the figures of the run.
 //
-//   orvic-soak --media DIR [--rounds N] [--seed S] [--senders N] [--sessions N]
+//   orvic-soak --media DIR [--rounds N] [--seed S] [--senders N] [--sessions N] [--bystanders N]
 //
+// Bystanders are further sessions of the process that play but feed their
+// watchdog nothing: the service they lose is restarted by another session's
+// watchdog, and they must play on all the same.
 // DIR holds good media (long.mp4, long.mp3) and damaged ones (damaged-*).
 // The client is this process: it uses the shared library as an application
 // does, with psserver started through the property service.
@@ -71,7 +74,7 @@ struct Player
     std::atomic<int> initializedCount{0};
     std::atomic<int> errors{0};
 
-    Player()
+    explicit Player(bool fed)
         : session(new Session(QMediaPlayer::Flags{}))
     {
         QObject::connect(session.get(), &Session::stateChanged, session.get(),
@@ -84,7 +87,8 @@ struct Player
         timeUpdates.setInterval(kTimeUpdateMs);
         QObject::connect(&timeUpdates, &QTimer::timeout, session.get(),
                          [this] { session->timeUpdate(session->position()); });
-        timeUpdates.start();
+        if (fed)
+            timeUpdates.start();
     }
 };
 
@@ -172,6 +176,8 @@ struct Figures
     int notStarted = 0;
     int damagedOpened = 0;
     int damagedErrors = 0;
+    int bystanderRounds = 0;   // a bystander's medium at a fault
+    int bystandersPlayingOn = 0;
     QVector<qint64> recoveryMs;
     QVector<qint64> positionErrorMs;
     long long commandsSent = 0;
@@ -216,7 +222,9 @@ int main(int argc, char **argv)
     const QCommandLineOption seedOption("seed", "Random seed.", "n", "1");
     const QCommandLineOption sendersOption("senders", "Command threads.", "n", "3");
     const QCommandLineOption sessionsOption("sessions", "Sessions playing at once.", "n", "1");
-    parser.addOptions({mediaOption, roundsOption, seedOption, sendersOption, sessionsOption});
+    const QCommandLineOption bystandersOption("bystanders", "Further sessions playing with no watchdog fed.", "n",
+                                              "0");
+    parser.addOptions({mediaOption, roundsOption, seedOption, sendersOption, sessionsOption, bystandersOption});
     parser.process(app);
     const QDir media(QDir(parser.value(mediaOption)).absolutePath());
     const int rounds = parser.value(roundsOption).toInt();
@@ -243,10 +251,18 @@ int main(int argc, char **argv)
     {
         std::vector<std::unique_ptr<Player>> players;
         std::vector<Player *> raw;
+        std::vector<Player *> bystanders;
+        std::vector<Player *> all;
         for (int i = 0; i < qMax(1, parser.value(sessionsOption).toInt()); ++i) {
-            players.emplace_back(new Player);
+            players.emplace_back(new Player(true));
             raw.push_back(players.back().get());
         }
+        for (int i = 0; i < parser.value(bystandersOption).toInt(); ++i) {
+            players.emplace_back(new Player(false));
+            bystanders.push_back(players.back().get());
+        }
+        all = raw;
+        all.insert(all.end(), bystanders.begin(), bystanders.end());
         Senders senders(raw, parser.value(sendersOption).toInt(), seed * 7919u);
 
         bool lastRecovered = false;
@@ -272,7 +288,7 @@ int main(int argc, char **argv)
             }
             // A good medium from the start: stop() also lets the watchdog
             // reopen it after the coming fault.
-            for (Player *p : raw) {
+            for (Player *p : all) {
                 if (secondFailure)
                     break;
                 p->session->stop();
@@ -280,16 +296,16 @@ int main(int argc, char **argv)
                 give(f, p->session.get(), Session::Msg_Play, QVariant());
             }
             const bool started = waitFor([&] {
-                for (Player *p : raw) {
+                for (Player *p : all) {
                     if (p->session->state() != Session::Player_Play || p->session->position() < 300)
                         return false;
                 }
                 return true;
             }, kStartTimeoutMs);
             if (!started) {
-                for (size_t i = 0; i < raw.size(); ++i)
+                for (size_t i = 0; i < all.size(); ++i)
                     std::printf("round %d: session %zu did not start: state %d, position %lld\n", round + 1, i,
-                                int(raw[i]->session->state()), raw[i]->session->position());
+                                int(all[i]->session->state()), all[i]->session->position());
                 ++f.notStarted;
                 continue;
             }
@@ -350,6 +366,25 @@ int main(int argc, char **argv)
                            && std::none_of(playingAfter.begin(), playingAfter.end(), [](qint64 v) { return v >= 0; }));
             }, kRecoveryTimeoutMs);
             const int blockedOnce = soakprobe::count(soakprobe::AlreadyBlockOnce) - blockOnceBefore;
+            // The bystanders, once the service runs again: playing, and
+            // moving on from where they are now.
+            int playingOn = 0;
+            if (!bystanders.empty()) {
+                QVector<qint64> from;
+                for (Player *p : bystanders)
+                    from.append(p->session->position());
+                waitFor([&] {
+                    playingOn = 0;
+                    for (int i = 0; i < int(bystanders.size()); ++i) {
+                        Session *s = bystanders[size_t(i)]->session.get();
+                        if (s->state() == Session::Player_Play && s->position() >= from[i] + 200)
+                            ++playingOn;
+                    }
+                    return playingOn == int(bystanders.size());
+                }, kStartTimeoutMs);
+                f.bystanderRounds += int(bystanders.size());
+                f.bystandersPlayingOn += playingOn;
+            }
             for (int i = 0; i < int(raw.size()); ++i) {
                 if (playingAfter[i] >= 0) {
                     ++f.recoveries;
@@ -376,16 +411,20 @@ int main(int argc, char **argv)
                 warmThreads = soakprobe::threadNames();
                 warmDescriptors = soakprobe::descriptorTargets();
             }
-            std::printf("round %d: %s%s, recovered %d of %zu, %lld ms\n", round + 1, freeze ? "freeze" : "kill",
+            std::printf("round %d: %s%s, recovered %d of %zu, %lld ms%s\n", round + 1, freeze ? "freeze" : "kill",
                         secondFailure ? " (second failure of the medium)" : "",
                         int(std::count_if(playingAfter.begin(), playingAfter.end(), [](qint64 v) { return v >= 0; })),
-                        raw.size(), maximum(playingAfter));
+                        raw.size(), maximum(playingAfter),
+                        bystanders.empty() ? ""
+                                           : qPrintable(QStringLiteral(", bystanders playing on %1 of %2")
+                                                                .arg(playingOn)
+                                                                .arg(bystanders.size())));
             std::fflush(stdout);
         }
         senders.setAllowed(false);
         f.commandsSent += senders.sent();
         waitFor([&] { return soakprobe::count(soakprobe::CarriedOut) >= f.commandsSent; }, 20000);
-        for (Player *p : raw) {
+        for (Player *p : all) {
             p->timeUpdates.stop();
             p->session->stop();
         }
@@ -405,6 +444,9 @@ int main(int argc, char **argv)
                 maximum(f.positionErrorMs));
     std::printf("commands sent: %lld, carried out: %lld\n", f.commandsSent, f.commandsCarriedOut);
     std::printf("damaged media opened: %d (error signalled for %d)\n", f.damagedOpened, f.damagedErrors);
+    if (f.bystanderRounds > 0)
+        std::printf("bystanders playing on after another session's recovery: %d of %d\n", f.bystandersPlayingOn,
+                    f.bystanderRounds);
     std::printf("psserver restarts by the watchdog: %d (daemons seen at faults: %d)\n",
                 soakprobe::count(soakprobe::WatchdogRestart), int(f.daemons.size()));
     std::printf("client descriptors: %d after the first round, %d after the last; threads: %d, %d\n",
@@ -429,6 +471,7 @@ int main(int argc, char **argv)
                 "threads %d, descriptors %d\n", abandoned, threadGrowth - 2 * abandoned,
                 descriptorGrowth - abandoned);
     const bool ok = f.notRecovered == f.leftStoppedByDesign && f.notStarted == 0
+                    && f.bystandersPlayingOn == f.bystanderRounds
                     && f.commandsSent == f.commandsCarriedOut && descriptorGrowth <= abandoned
                     && threadGrowth <= 2 * abandoned;
     std::printf("soak: %s\n", ok ? "PASS" : "FAIL");

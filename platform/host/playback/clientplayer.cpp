@@ -125,54 +125,146 @@ QString absoluteMedium(const char *url)
 
 ClientPlayer::ClientPlayer(const char *name, CallBack *callBack)
     : m_callBack(callBack),
+      m_name(QString::fromUtf8(name ? name : "")),
+      m_runtimeDir(hostruntime::runtimeDirectory()),
       m_events(new EventQueue([this](quint32 event, const QVariantList &arguments) {
           deliver(event, arguments);
-      })),
-      m_connection([this](quint32 event, const QVariantList &arguments) { onEvent(event, arguments); },
-                   // Events of a service that went away are not delivered.
-                   [this] { m_events->discard(); })
+      }))
 {
-    const std::string dir = hostruntime::runtimeDirectory();
-    if (!m_connection.open(dir, kConnectTimeoutMs))
-        return;
-    m_connection.setServiceProcess(hostruntime::instanceLockHolder(dir));
-    const ServiceConnection::Answer answer = ask(pswire::OpOpen, {QString::fromUtf8(name ? name : "")});
-    if (answer.status == pswire::ResultOk && answer.result.toInt() >= 0) {
-        QMutexLocker lock(&m_lastKnownMutex);
-        m_lastKnown.volume = answer.result.toInt();
-    }
+    m_connection = connectToService();
 }
 
 ClientPlayer::~ClientPlayer()
 {
-    m_connection.close();
+    m_connection->close();
     m_events->stop();
+}
+
+ClientPlayer::ConnectionPtr ClientPlayer::connectToService()
+{
+    ConnectionPtr connection = std::make_shared<ServiceConnection>(
+            [this](quint32 event, const QVariantList &arguments) { onEvent(event, arguments); },
+            // Events of a service that went away are not delivered.
+            [this] { m_events->discard(); });
+    if (!connection->open(m_runtimeDir, kConnectTimeoutMs))
+        return connection; // closed: calls fail at once
+    m_servicePid = hostruntime::instanceLockHolder(m_runtimeDir);
+    connection->setServiceProcess(m_servicePid);
+    const ServiceConnection::Answer answer = connection->call(pswire::OpOpen, {m_name}, kCallLimitMs);
+    if (answer.status == pswire::ResultOk && answer.result.toInt() >= 0) {
+        QMutexLocker lock(&m_lastKnownMutex);
+        m_lastKnown.volume = answer.result.toInt();
+    }
+    return connection;
+}
+
+ClientPlayer::ConnectionPtr ClientPlayer::connection()
+{
+    QMutexLocker lock(&m_connectionMutex);
+    if (m_connection->isConnected())
+        return m_connection;
+    // Lost (or never made). Only a service other than the one it was lost to
+    // is tried: the same process closed the link on purpose, and with none
+    // running the call fails at once as before.
+    const pid_t running = hostruntime::instanceLockHolder(m_runtimeDir);
+    if (running <= 0 || running == m_servicePid)
+        return m_connection;
+    LastKnown before;
+    {
+        QMutexLocker lastKnownLock(&m_lastKnownMutex);
+        before = m_lastKnown;
+    }
+    m_restoring.store(true);
+    m_connection->close();
+    m_connection = connectToService();
+    if (m_connection->isConnected())
+        restore(*m_connection, before);
+    m_restoring.store(false);
+    return m_connection;
+}
+
+int ClientPlayer::statusOf(const ServiceConnection::Answer &answer)
+{
+    return answer.status == pswire::ResultOk ? answer.result.toInt() : answer.status;
+}
+
+void ClientPlayer::restore(ServiceConnection &connection, const LastKnown &before)
+{
+    const state_e state = state_e(before.state);
+    int reached = STATE_IDLE;
+    if (!before.url.isEmpty() && state != STATE_IDLE) {
+        if (statusOf(connection.call(pswire::OpSetUrl, {before.url}, kCallLimitMs)) == pswire::ResultOk) {
+            reached = STATE_INITIALIZED;
+            if (!before.subUrl.isEmpty())
+                connection.call(pswire::OpSetSubUrl, {before.subUrl}, kCallLimitMs);
+        }
+    }
+    const bool prepared = state == STATE_PREPARING || state == STATE_PREPARED || state == STATE_STOPPED
+            || state == STATE_PLAYING || state == STATE_PAUSED || state == STATE_COMPLETED;
+    if (reached == STATE_INITIALIZED && prepared
+        && statusOf(connection.call(pswire::OpPrepare, {}, kPrepareLimitMs)) == pswire::ResultOk) {
+        reached = STATE_PREPARED;
+        if (state == STATE_STOPPED) {
+            if (statusOf(connection.call(pswire::OpStop, {}, kCallLimitMs)) == pswire::ResultOk)
+                reached = STATE_STOPPED;
+        } else {
+            if (before.position > 0)
+                connection.call(pswire::OpSeekTo, {qint64(before.position)}, kCallLimitMs);
+            if (state == STATE_PLAYING
+                && statusOf(connection.call(pswire::OpPlay, {}, kCallLimitMs)) == pswire::ResultOk)
+                reached = STATE_PLAYING;
+            else if (state == STATE_PAUSED
+                     && statusOf(connection.call(pswire::OpPause, {}, kCallLimitMs)) == pswire::ResultOk)
+                reached = STATE_PAUSED;
+        }
+    }
+    // What the engine said while it was brought back stays here; what it has
+    // become is what the next questions answer.
+    m_events->discard();
+    QMutexLocker lock(&m_lastKnownMutex);
+    m_lastKnown.state = reached;
+    if (reached < STATE_INITIALIZED) {
+        m_lastKnown.url.clear();
+        m_lastKnown.subUrl.clear();
+    }
 }
 
 ServiceConnection::Answer ClientPlayer::ask(pswire::Operation operation, const QVariantList &arguments,
                                             int limitMs)
 {
-    return m_connection.call(operation, arguments, limitMs);
+    return connection()->call(operation, arguments, limitMs);
 }
 
 int ClientPlayer::command(pswire::Operation operation, const QVariantList &arguments, int limitMs)
 {
-    const ServiceConnection::Answer answer = ask(operation, arguments, limitMs);
-    return answer.status == pswire::ResultOk ? answer.result.toInt() : answer.status;
+    return statusOf(ask(operation, arguments, limitMs));
 }
 
 int ClientPlayer::setUrl(const char *url)
 {
     if (!url)
         return pswire::ResultInvalidArgument;
-    return command(pswire::OpSetUrl, {absoluteMedium(url)});
+    const QString medium = absoluteMedium(url);
+    const int result = command(pswire::OpSetUrl, {medium});
+    if (result == pswire::ResultOk) {
+        QMutexLocker lock(&m_lastKnownMutex);
+        m_lastKnown.url = medium;
+        m_lastKnown.subUrl.clear();
+    }
+    return result;
 }
 
 int ClientPlayer::setSubUrl(const char *url)
 {
     if (!url)
         return pswire::ResultInvalidArgument;
-    return command(pswire::OpSetSubUrl, {absoluteMedium(url)});
+    const QString file = absoluteMedium(url);
+    const int result = command(pswire::OpSetSubUrl, {file});
+    if (result == pswire::ResultOk) {
+        QMutexLocker lock(&m_lastKnownMutex);
+        m_lastKnown.subUrl = file;
+    }
+    return result;
 }
 
 int ClientPlayer::prepare(int, int)
@@ -202,7 +294,13 @@ int ClientPlayer::stop()
 
 int ClientPlayer::reset()
 {
-    return command(pswire::OpReset);
+    const int result = command(pswire::OpReset);
+    if (result == pswire::ResultOk) {
+        QMutexLocker lock(&m_lastKnownMutex);
+        m_lastKnown.url.clear();
+        m_lastKnown.subUrl.clear();
+    }
+    return result;
 }
 
 int ClientPlayer::getState()
@@ -338,6 +436,8 @@ int ClientPlayer::getSubtitleLanguage(int index, char *language)
 // the engine thread.
 void ClientPlayer::onEvent(quint32 event, const QVariantList &arguments)
 {
+    if (m_restoring.load())
+        return;
     {
         QMutexLocker lock(&m_lastKnownMutex);
         switch (event) {
