@@ -60,8 +60,12 @@ qint64 QOrvicPlayerControl::position() const
         return m_seekTarget;
     // While playing, the engine's position now, as Qt's own back ends read
     // their pipeline's; the session's last tick is up to its interval old.
+    // Only once the player has been told that its play took effect: a play
+    // asked for while loading must not show a running position while the
+    // status still says loading.
     qint64 now = 0;
-    if (m_state == QMediaPlayer::PlayingState && readLive(&now)) {
+    const bool running = m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia;
+    if (m_state == QMediaPlayer::PlayingState && running && readLive(&now)) {
         m_lastLive = now;
         return now;
     }

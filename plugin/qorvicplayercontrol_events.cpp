@@ -85,7 +85,11 @@ void QOrvicPlayerControl::onCommandDone(const QOrvicCommandResult &r)
 
 void QOrvicPlayerControl::onTick(int generation, qint64 position, int state)
 {
-    if (generation != m_link->generation() || m_seekTarget >= 0 || m_state == QMediaPlayer::StoppedState)
+    // While the player still says it is loading, its position stays where
+    // the load began (as position() does), even when the session already
+    // runs the play asked for meanwhile.
+    if (generation != m_link->generation() || m_seekTarget >= 0 || m_state == QMediaPlayer::StoppedState
+        || m_status == QMediaPlayer::LoadingMedia)
         return;
     if (isRunning(S::PlayerState(state)) || state == S::Player_Pause)
         m_position = position;

@@ -1,8 +1,7 @@
 // QMediaPlayer through the back end plugin on the real playback service:
 // which plugin is chosen, and the exact state and media status sequences
 // of loading, transport, seeking, the end of media, errors and teardown.
-#include "e2esupport.h"
-#include "playerrecorder.h"
+#include "pluginplayertest.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QProcess>
@@ -22,13 +21,6 @@
 using namespace orvice2e;
 
 namespace {
-// Generous: the service bounds a network preparation at 30 s.
-const int kLoadMs = 40000;
-
-QMediaContent media(const QString &name)
-{
-    return QMediaContent(QUrl::fromLocalFile(mediaPath(name)));
-}
 // Serves one file over HTTP at a slow pace until told to break off; from
 // then on it drops its connections and answers 404, as a server that went
 // away in the middle of a stream. Runs on the test's thread, which the
@@ -89,14 +81,11 @@ private:
 };
 } // namespace
 
-class tst_PluginPlayer : public QObject
+class tst_PluginPlayer : public PluginPlayerTestBase
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void pluginIsSelected();
     void loadSequence();
     void playBeforeLoaded();
@@ -113,34 +102,7 @@ private Q_SLOTS:
     void deleteFromSlotAtEndOfMedia();
     void serviceFailingTwiceIsAResourceError();
     void serviceMissing();
-
-private:
-    std::unique_ptr<RuntimeDir> m_runtime;
-    std::unique_ptr<QMediaPlayer> m_player;
-    std::unique_ptr<PlayerRecorder> m_rec;
-
-    void loadAndWait(const QString &name)
-    {
-        m_player->setMedia(media(name));
-        QVERIFY(m_rec->waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
-    }
 };
-
-void tst_PluginPlayer::init()
-{
-    m_runtime = std::make_unique<RuntimeDir>();
-    QVERIFY(m_runtime->isValid());
-    m_player = std::make_unique<QMediaPlayer>();
-    m_player->setNotifyInterval(100);
-    m_rec = std::make_unique<PlayerRecorder>(m_player.get());
-}
-
-void tst_PluginPlayer::cleanup()
-{
-    m_rec.reset();
-    m_player.reset();
-    m_runtime.reset();
-}
 
 void tst_PluginPlayer::pluginIsSelected()
 {

@@ -1,8 +1,7 @@
 // QMediaPlayer::position() through the back end plugin on the real
 // playback service: a live reading of the engine while playing, and what a
 // pause, a seek, a stop, another medium and an unload leave it at.
-#include "e2esupport.h"
-#include "playerrecorder.h"
+#include "pluginplayertest.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtMultimedia/QMediaPlayer>
@@ -13,13 +12,6 @@
 using namespace orvice2e;
 
 namespace {
-// Generous: the service bounds a network preparation at 30 s.
-const int kLoadMs = 40000;
-
-QMediaContent media(const QString &name)
-{
-    return QMediaContent(QUrl::fromLocalFile(mediaPath(name)));
-}
 
 // Asks the player for its position until it differs from `from`, without
 // handling events in between (so no tick of the session reaches the
@@ -36,43 +28,14 @@ qint64 nextPositionWithoutEvents(QMediaPlayer *player, qint64 from, int limitMs)
 
 } // namespace
 
-class tst_PluginPosition : public QObject
+class tst_PluginPosition : public PluginPlayerTestBase
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
     void livePosition();
-
-private:
-    std::unique_ptr<RuntimeDir> m_runtime;
-    std::unique_ptr<QMediaPlayer> m_player;
-    std::unique_ptr<PlayerRecorder> m_rec;
-
-    void loadAndWait(const QString &name)
-    {
-        m_player->setMedia(media(name));
-        QVERIFY(m_rec->waitForStatus(QMediaPlayer::LoadedMedia, kLoadMs));
-    }
+    void playAskedWhileLoading();
 };
-
-void tst_PluginPosition::init()
-{
-    m_runtime = std::make_unique<RuntimeDir>();
-    QVERIFY(m_runtime->isValid());
-    m_player = std::make_unique<QMediaPlayer>();
-    m_player->setNotifyInterval(100);
-    m_rec = std::make_unique<PlayerRecorder>(m_player.get());
-}
-
-void tst_PluginPosition::cleanup()
-{
-    m_rec.reset();
-    m_player.reset();
-    m_runtime.reset();
-}
 
 void tst_PluginPosition::livePosition()
 {
@@ -145,6 +108,32 @@ void tst_PluginPosition::livePosition()
     QVERIFY(nextPositionWithoutEvents(m_player.get(), m_player->position(), 3000) > 200);
     m_rec.reset();
     m_player.reset();
+}
+
+// A play asked for while the medium loads: as long as the player says it is
+// loading, its position is 0, even between two events (the play may already
+// have taken effect in the session); from BufferedMedia on it runs.
+void tst_PluginPosition::playAskedWhileLoading()
+{
+    m_player->setMedia(media("sine.mp3"));
+    m_player->play();
+    QCOMPARE(m_player->mediaStatus(), QMediaPlayer::LoadingMedia);
+    QElapsedTimer waited;
+    waited.start();
+    while (m_player->mediaStatus() == QMediaPlayer::LoadingMedia && waited.elapsed() < kLoadMs) {
+        QElapsedTimer reading;
+        reading.start();
+        while (reading.elapsed() < 2) {
+            const qint64 now = m_player->position();
+            QVERIFY2(now == 0, qPrintable(QStringLiteral("%1 while loading").arg(now)));
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    }
+    QCOMPARE(m_player->mediaStatus(), QMediaPlayer::BufferedMedia);
+    QCOMPARE(m_rec->events(), (QStringList{"status:LoadingMedia", "state:PlayingState", "status:BufferedMedia"}));
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->position() > 200, 10000);
+    const qint64 first = m_player->position();
+    QVERIFY(nextPositionWithoutEvents(m_player.get(), first, 3000) > first);
 }
 
 QTEST_GUILESS_MAIN(tst_PluginPosition)
