@@ -64,7 +64,7 @@ qint64 QOrvicPlayerControl::position() const
     // asked for while loading must not show a running position while the
     // status still says loading.
     qint64 now = 0;
-    const bool running = m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia;
+    const bool running = isStarted(m_status);
     if (m_state == QMediaPlayer::PlayingState && running && readLive(&now)) {
         m_lastLive = now;
         return now;
@@ -358,8 +358,7 @@ void QOrvicPlayerControl::playOrPause(QMediaPlayer::State target)
     }
     m_state = target;
     if (m_status == QMediaPlayer::LoadedMedia || m_status == QMediaPlayer::EndOfMedia)
-        m_status = (m_bufferProgress < 0 || m_bufferProgress == 100) ? QMediaPlayer::BufferedMedia
-                                                                     : QMediaPlayer::BufferingMedia;
+        m_status = startedStatus(m_bufferProgress);
     QPointer<QOrvicPlayerControl> self(this);
     popAndNotifyState();
     if (self)
@@ -385,8 +384,7 @@ void QOrvicPlayerControl::stop()
         Q_EMIT positionChanged(0);
         if (!self)
             return;
-        if (m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia
-                || m_status == QMediaPlayer::StalledMedia) {
+        if (isStarted(m_status) || m_status == QMediaPlayer::StalledMedia) {
             if (wasPlaying) {
                 // A playing pipeline settles a moment later, as with Qt's
                 // GStreamer back end; a new medium set meanwhile wins.
@@ -396,8 +394,7 @@ void QOrvicPlayerControl::stop()
                         return;
                     QOrvicBusyScope busy(m_link);
                     pushState();
-                    if (m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia
-                            || m_status == QMediaPlayer::StalledMedia)
+                    if (isStarted(m_status) || m_status == QMediaPlayer::StalledMedia)
                         m_status = QMediaPlayer::LoadedMedia;
                     popAndNotifyState();
                 });

@@ -63,8 +63,7 @@ void QOrvicPlayerControl::onCommandDone(const QOrvicCommandResult &r)
         if (m_state != QMediaPlayer::StoppedState
                 && (m_status == QMediaPlayer::LoadingMedia || m_status == QMediaPlayer::LoadedMedia)) {
             pushState();
-            m_status = (m_bufferProgress < 0 || m_bufferProgress == 100) ? QMediaPlayer::BufferedMedia
-                                                                         : QMediaPlayer::BufferingMedia;
+            m_status = startedStatus(m_bufferProgress);
             popAndNotifyState();
         }
         break;
@@ -169,8 +168,8 @@ void QOrvicPlayerControl::onBuffer(int generation, int percent)
     m_bufferProgress = qMin(percent, 100);
     pushState();
     if (m_state != QMediaPlayer::StoppedState
-            && (m_status == QMediaPlayer::BufferedMedia || m_status == QMediaPlayer::BufferingMedia))
-        m_status = m_bufferProgress == 100 ? QMediaPlayer::BufferedMedia : QMediaPlayer::BufferingMedia;
+            && isStarted(m_status))
+        m_status = startedStatus(m_bufferProgress);
     popAndNotifyState();
     if (self)
         Q_EMIT bufferStatusChanged(m_bufferProgress);

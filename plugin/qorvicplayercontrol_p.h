@@ -7,6 +7,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QString>
 #include <QtCore/QUrl>
+#include <QtMultimedia/QMediaPlayer>
 
 namespace QOrvicPlayerControlPrivate {
 
@@ -26,6 +27,20 @@ inline bool isPlaylistUrl(const QUrl &url)
 inline bool isRunning(QOrvicPlayerSession::PlayerState s)
 {
     return s >= QOrvicPlayerSession::Player_Play && s <= QOrvicPlayerSession::Player_SB;
+}
+
+// The statuses of a loaded medium that the player has started: its play or
+// pause took effect.
+inline bool isStarted(QMediaPlayer::MediaStatus status)
+{
+    return status == QMediaPlayer::BufferedMedia || status == QMediaPlayer::BufferingMedia;
+}
+
+// What a started medium shows: buffered unless a network stream's buffer is
+// known to be part full (-1: the engine never reported a level).
+inline QMediaPlayer::MediaStatus startedStatus(int bufferProgress)
+{
+    return bufferProgress < 0 || bufferProgress == 100 ? QMediaPlayer::BufferedMedia : QMediaPlayer::BufferingMedia;
 }
 
 constexpr char kOpenFailed[] = "Could not open the medium: its format is not supported or it is damaged";
