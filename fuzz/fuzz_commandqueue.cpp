@@ -189,13 +189,13 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+namespace {
+
+// Plays one input against a scripted platform of its own; the commands
+// given go to `given`, and `thrownAway` says whether a stop() may have
+// dropped some of them.
+void runInput(FuzzedDataProvider &in, QList<int> &given, bool &thrownAway)
 {
-    FuzzedDataProvider in(data, size);
-    // The watchdog's count of unchanged positions is shared by every session
-    // of the process: each input starts from none, so that what an input does
-    // depends on its bytes alone.
-    QOrvicPlayerSessionPrivate::stallCounter.storeRelease(0);
     ScriptedEngine engine;
     ScriptedPropertyService properties;
     ScriptedPlatformControl platform;
@@ -204,8 +204,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QMediaPlayer::Flags flags(in.ConsumeBool() ? 0x8 : 0);
 
     orvicfuzz::takeCapturedLines();
-    QList<int> given;   // ids in the order the queue received them
-    bool thrownAway = false;
     {
         Session session(flags);
         // Commands given from inside the session's own signals, while a
@@ -271,6 +269,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const bool idle = drain(&session);
         FUZZ_CHECK(idle);
     }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    FuzzedDataProvider in(data, size);
+    // The watchdog's count of unchanged positions is shared by every session
+    // of the process: each input starts from none, so that what an input does
+    // depends on its bytes alone.
+    QOrvicPlayerSessionPrivate::stallCounter.storeRelease(0);
+    QList<int> given;   // ids in the order the queue received them
+    bool thrownAway = false;
+    runInput(in, given, thrownAway);
+    // The engines that recoveries abandoned are gone with the input's
+    // engine double, so their sinks, kept for good on a device, can go too:
+    // the input then frees all it allocated, and libFuzzer's leak check
+    // runs only after an input that really leaks (it walks the whole heap,
+    // which took half the target's time when every abandoning input ran it).
+    MSPCBK_NavQueue::releaseKeptSinks();
     const QList<int> carried = carriedOutIds(orvicfuzz::takeCapturedLines());
     if (thrownAway) {
         // stop() may have thrown waiting commands away, never added any.

@@ -115,6 +115,15 @@ void MSPCBK_NavQueue::keepForever(MSPCBK_NavQueue *sink)
     keptSinks->append(sink);
 }
 
+void MSPCBK_NavQueue::releaseKeptSinks()
+{
+    QMutexLocker locker(&keptSinksLock);
+    if (!keptSinks)
+        return;
+    qDeleteAll(*keptSinks);
+    keptSinks->clear();
+}
+
 void MSPCBK_NavQueue::durationChanged(long long duration)
 {
     OPSESSION_LOG("D/OPSession %s(%d):durationChanged:%lld ", duration);

@@ -333,6 +333,10 @@ public:
     // any later time, even after the session has gone, so a detached sink is
     // kept for the rest of the process.
     static void keepForever(MSPCBK_NavQueue *sink);
+    // Frees the kept sinks. Only for a process that has destroyed the
+    // abandoned engines itself, so that none can call any more: a test
+    // harness whose engine is a double it owns. A device never can.
+    static void releaseKeptSinks();
 
 private:
     QOrvicPlayerSessionPrivate *mAdaptor;
