@@ -109,8 +109,16 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
                    {QStringLiteral("bare request/answer on the service socket"), {QStringLiteral("floor_socket")}}, 1.5});
     m_rows.append({QStringLiteral("cmd_other"), QStringLiteral("volume command round trip, other thread"), us,
                    QStringLiteral("cmd_other/ours"),
-                   {QStringLiteral("bare queued signal there and back + bare socket request/answer"),
-                    {QStringLiteral("floor_queued"), QStringLiteral("floor_socket")}}, 1.5});
+                   {QStringLiteral("bare queued signal to the owner thread, bare socket request/answer there, "
+                                   "queued signal back, paced like the command"),
+                    {QStringLiteral("floor_other")}}, 1.5});
+    const QString otherFloor = QStringLiteral("the other thread's floor (above)");
+    m_rows.append({QStringLiteral("floor_queued"),
+                   QStringLiteral("(where it goes) bare queued signal there and back, paced like the command"), us,
+                   QStringLiteral("floor_queued"), {otherFloor, {QStringLiteral("floor_other")}}, -1});
+    m_rows.append({QStringLiteral("floor_socket"),
+                   QStringLiteral("(where it goes) bare request/answer on the service socket, back to back"), us,
+                   QStringLiteral("floor_socket"), {otherFloor, {QStringLiteral("floor_other")}}, -1});
     m_rows.append({QStringLiteral("engine_call"),
                    QStringLiteral("(where it goes) bare call answered by psserver's engine thread, no client library"),
                    us, QStringLiteral("engine_call"),

@@ -1,6 +1,7 @@
-// A command's round trip and the floors it is built on: a bare queued
-// signal between the same two threads and a bare request/answer on the
-// service's local socket.
+// A command's round trip and the floors it is built on: on the owner's
+// thread a bare request/answer on the service's local socket; from another
+// thread the same behind a bare queued signal there and back, paced like
+// the command. The parts of the floors are measured alone as well.
 #include "benchcore.h"
 #include "players.h"
 #include "workers.h"
@@ -12,6 +13,7 @@
 #include <QtCore/QThread>
 #include <QtNetwork/QLocalSocket>
 
+#include <functional>
 #include <unistd.h>
 
 namespace orvicbench {
@@ -109,31 +111,6 @@ int otherThreadRoundTrips(Session &session, int reps)
     return failures;
 }
 
-// A signal from the client's thread to this one and one back.
-int queuedFloor(int reps)
-{
-    ClientThread client;
-    Relay relay; // lives on this (the owner's) thread
-    std::atomic<double> sentAt{-1}, backAt{-1};
-    QObject::connect(&relay, &Relay::ping, &relay, [&] { Q_EMIT relay.pong(); }, Qt::QueuedConnection);
-    QObject::connect(&relay, &Relay::pong, client.context(), [&] { backAt = nowMs(); }, Qt::QueuedConnection);
-    int failures = 0;
-    for (int rep = -kWarmUps; rep < reps; ++rep) {
-        backAt = -1;
-        QMetaObject::invokeMethod(client.context(), [&] {
-            sentAt = nowMs();
-            Q_EMIT relay.ping();
-        }, Qt::QueuedConnection);
-        if (waitFor([&] { return backAt >= 0; }, kRoundTripTimeoutMs) < 0) {
-            ++failures;
-            continue;
-        }
-        if (rep >= 0)
-            emitSample(QStringLiteral("floor_queued"), (backAt - sentAt) * 1000.0);
-    }
-    return failures;
-}
-
 // A blocking link to the service on this thread, without the client
 // library: one frame out, wait for the frame that answers it.
 class BareLink
@@ -172,6 +149,55 @@ private:
     QLocalSocket m_socket;
     psprotocol::FrameReader m_reader;
 };
+
+// From the client's thread a bare queued signal to this (the owner's)
+// thread, `work` here, and a signal back; paced and waited for exactly like
+// otherThreadRoundTrips(). False from `work` counts as a failure.
+int relayRoundTrips(const QString &key, int reps, const std::function<bool()> &work)
+{
+    ClientThread client;
+    Relay relay; // lives on this (the owner's) thread
+    std::atomic<double> sentAt{-1}, backAt{-1};
+    std::atomic<bool> worked{true};
+    QObject::connect(&relay, &Relay::ping, &relay, [&] {
+        worked = work();
+        Q_EMIT relay.pong();
+    }, Qt::QueuedConnection);
+    QObject::connect(&relay, &Relay::pong, client.context(), [&] { backAt = nowMs(); }, Qt::QueuedConnection);
+    int failures = 0;
+    for (int rep = -kWarmUps; rep < reps; ++rep) {
+        backAt = -1;
+        QMetaObject::invokeMethod(client.context(), [&] {
+            sentAt = nowMs();
+            Q_EMIT relay.ping();
+        }, Qt::QueuedConnection);
+        if (waitFor([&] { return backAt >= 0; }, kRoundTripTimeoutMs) < 0 || !worked) {
+            ++failures;
+            continue;
+        }
+        if (rep >= 0)
+            emitSample(key, (backAt - sentAt) * 1000.0);
+    }
+    return failures;
+}
+
+// A signal from the client's thread to this one and one back.
+int queuedFloor(int reps)
+{
+    return relayRoundTrips(QStringLiteral("floor_queued"), reps, [] { return true; });
+}
+
+// The other thread's floor: the queued signal there and back with a ping
+// on a bare link of this thread between, as the command has its call.
+int otherThreadFloor(int reps)
+{
+    BareLink link;
+    if (!link.connect())
+        return reps;
+    quint32 sequence = 0;
+    return relayRoundTrips(QStringLiteral("floor_other"), reps,
+                           [&] { return link.exchange(psprotocol::ping(++sequence)); });
+}
 
 // A ping: answered by the service's socket thread itself.
 int socketFloor(int reps)
@@ -254,6 +280,7 @@ int runCommand(const WorkerArgs &args)
         {"owner thread", ownerThreadRoundTrips(session, args.reps)},
         {"other thread", otherThreadRoundTrips(session, args.reps)},
         {"queued signal", queuedFloor(args.reps)},
+        {"other thread's floor", otherThreadFloor(args.reps)},
         {"socket", socketFloor(args.reps)},
         {"engine call", bareEngineCalls(args.reps)},
         {"socket after a pause", idleSocketCalls(args.reps)},
