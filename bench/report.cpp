@@ -147,7 +147,7 @@ Report::Report(const Samples &samples, const QVector<Medium> &media)
         m_rows.append({QStringLiteral("concurrent_cpu.%1").arg(n),
                        QStringLiteral("psserver CPU per session, open + 2 s of play, %1 session%2").arg(n).arg(n > 1 ? "s" : ""),
                        ms, QStringLiteral("concurrent_cpu.%1/ours").arg(n),
-                       {n > 1 ? single : QString(), n > 1 ? QStringList{QStringLiteral("concurrent_cpu.1/ours")} : QStringList{}}, -1});
+                       {n > 1 ? single : QString(), n > 1 ? QStringLiteral("concurrent_cpu.1/ours") : QString()}, -1});
     }
     m_rows.append({QStringLiteral("memory"), QStringLiteral("resident size, one playing session: client + psserver, MP4"),
                    QStringLiteral("MiB"), QStringLiteral("memory/ours"),
@@ -158,25 +158,8 @@ Report::Figures Report::figures(const Row &row) const
 {
     Figures f;
     f.ours = summarize(m_samples.value(row.key));
-    if (!row.reference.keys.isEmpty()) {
-        if (row.reference.keys.size() == 1) {
-            f.reference = summarize(m_samples.value(row.reference.keys.first()));
-        } else {
-            // A sum of floors: medians and quartiles added up.
-            f.reference.n = -1;
-            f.reference.median = f.reference.p25 = f.reference.p75 = 0;
-            for (const QString &key : row.reference.keys) {
-                const Summary s = summarize(m_samples.value(key));
-                if (s.n == 0) {
-                    f.reference = Summary();
-                    break;
-                }
-                f.reference.n = f.reference.n < 0 ? s.n : qMin(f.reference.n, s.n);
-                f.reference.median += s.median;
-                f.reference.p25 += s.p25;
-                f.reference.p75 += s.p75;
-            }
-        }
+    if (!row.reference.key.isEmpty()) {
+        f.reference = summarize(m_samples.value(row.reference.key));
     } else if (row.reference.bound > 0) {
         f.reference.n = 1;
         f.reference.median = f.reference.p25 = f.reference.p75 = row.reference.bound;
@@ -191,7 +174,7 @@ QStringList Report::missingRows() const
     QStringList missing;
     for (const Row &row : m_rows) {
         const Figures f = figures(row);
-        if (f.ours.n == 0 || (!row.reference.keys.isEmpty() && f.reference.n == 0))
+        if (f.ours.n == 0 || (!row.reference.key.isEmpty() && f.reference.n == 0))
             missing.append(row.id);
     }
     return missing;
@@ -225,12 +208,8 @@ QJsonObject Report::json() const
     for (const Row &row : m_rows) {
         const Figures f = figures(row);
         QJsonObject reference{{QStringLiteral("label"), row.reference.label}};
-        if (row.reference.keys.size() == 1) {
-            reference.insert(QStringLiteral("figures"),
-                             summaryJson(f.reference, m_samples.value(row.reference.keys.first())));
-        } else if (!row.reference.keys.isEmpty()) {
-            reference.insert(QStringLiteral("sum_of"), QJsonArray::fromStringList(row.reference.keys));
-            reference.insert(QStringLiteral("median"), f.reference.median);
+        if (!row.reference.key.isEmpty()) {
+            reference.insert(QStringLiteral("figures"), summaryJson(f.reference, m_samples.value(row.reference.key)));
         } else {
             reference.insert(QStringLiteral("bound"), row.reference.bound);
         }

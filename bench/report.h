@@ -47,7 +47,7 @@ private:
     struct Reference
     {
         QString label;
-        QStringList keys; // summed medians; empty: `bound`
+        QString key; // the reference's samples; empty: `bound`
         double bound = -1;
     };
     struct Row
