@@ -120,6 +120,7 @@ bool PlaybinEngine::createPipeline()
     // Before the pipeline runs, so at once: no chain to rebuild yet.
     if (!m_videoOn)
         applyPlayFlag(m_playbin, kFlagVideo, false);
+    setVideoFilters(m_playbin, videoSink != nullptr || !m_sinks.videoSink.isEmpty());
     if (m_textSink)
         g_object_set(m_playbin, "text-sink", m_textSink, nullptr);
 

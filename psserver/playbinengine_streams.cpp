@@ -120,6 +120,20 @@ void PlaybinEngine::applyPlayFlag(GstElement *playbin, int flag, bool on)
     g_object_set(playbin, "flags", flags, nullptr);
 }
 
+// Frames that go to the bare fakesink are seen by nobody: the decoder's own
+// format is taken as it is, without the converters, the deinterlacer and the
+// colour balance that playbin otherwise plugs in and negotiates through on
+// every preparation. A real sink (a configured one, a client's video
+// channel) gets them all, as playbin's defaults have it.
+void playbinengine::setVideoFilters(GstElement *playbin, bool shown)
+{
+    gint flags = 0;
+    g_object_get(playbin, "flags", &flags, nullptr);
+    flags = shown ? ((flags | kVideoFilterFlags) & ~kFlagNativeVideo)
+                  : ((flags & ~kVideoFilterFlags) | kFlagNativeVideo);
+    g_object_set(playbin, "flags", flags, nullptr);
+}
+
 void PlaybinEngine::setPlayFlag(int flag, bool on)
 {
     m_writer.post(m_playbin, [flag, on](GstElement *playbin) { applyPlayFlag(playbin, flag, on); });
