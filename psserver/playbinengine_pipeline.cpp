@@ -23,6 +23,8 @@ using MessageRef = std::shared_ptr<GstMessage>;
 GstBusSyncReply PlaybinEngine::busSyncHandler(GstBus *, GstMessage *message, gpointer self)
 {
     auto *engine = static_cast<PlaybinEngine *>(self);
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR)
+        engine->m_pipelineReusable = false;
     switch (GST_MESSAGE_TYPE(message)) {
     case GST_MESSAGE_ERROR:
     case GST_MESSAGE_WARNING:
