@@ -155,8 +155,9 @@ void PlaybinEngine::destroyPipeline()
     gst_object_unref(bus);
     // Only a playbin that never failed serves another medium: one reused
     // after a failed preroll can lose the error of the next failure and never
-    // preroll. One that fed a client's channel is not kept either.
-    if (m_pipelineReusable && !m_videoOut && !m_audioOut)
+    // preroll. One that fed a client's channel, or whose preroll the end
+    // broke off, is not kept either.
+    if (m_pipelineReusable && !m_preparePending && !m_videoOut && !m_audioOut)
         playbinpool::park(m_playbin);
     else
         gst_object_unref(m_playbin);

@@ -128,6 +128,7 @@ private Q_SLOTS:
     void failedPlaybinIsNotKept_data();
     void failedPlaybinIsNotKept();
     void nextMediumOfAPlayerOnItsOwnPlaybin();
+    void playbinLeftInPrerollIsNotKept();
     void keptPlaybinsAreBounded();
 
 private:
@@ -256,6 +257,26 @@ void tst_PlaybinReuse::nextMediumOfAPlayerOnItsOwnPlaybin()
     QCOMPARE(playbinpool::size(), 0);
     QCOMPARE(afterFailure.prepareAnswer, fresh.prepareAnswer);
     QCOMPARE(afterFailure.description, fresh.description);
+}
+
+// A player that goes while its medium prerolls: the preroll's end is still
+// queued for the engine (its event loop does not run here) when it ends.
+void tst_PlaybinReuse::playbinLeftInPrerollIsNotKept()
+{
+    {
+        EngineRun run;
+        QCOMPARE(run.call(pswire::OpSetUrl, {media("av.mp4")}).toInt(), int(pswire::ResultOk));
+        const int answersBefore = run.replies.size();
+        run.engine->handleCall(1000, pswire::OpPrepare, {});
+        QCOMPARE(run.replies.size(), answersBefore); // not prepared yet
+    }
+    QCOMPARE(playbinpool::size(), 0);
+    // The same, prepared to the end, is kept.
+    {
+        EngineRun run;
+        QCOMPARE(openOn(run, media("av.mp4")).prepareAnswer.toInt(), int(pswire::ResultOk));
+    }
+    QCOMPARE(playbinpool::size(), 1);
 }
 
 void tst_PlaybinReuse::keptPlaybinsAreBounded()
