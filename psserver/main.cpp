@@ -8,6 +8,7 @@
 // disappears (its runtime directory was removed).
 #include "hostruntime.h"
 #include "playbinengine.h"
+#include "playbinpool.h"
 #include "pluginwarmup.h"
 #include "server.h"
 #include "videoout.h"
@@ -145,6 +146,7 @@ int main(int argc, char *argv[])
     const int result = app.exec();
     server.shutdown();
     warmup.wait(); // a stop right after the start may find it still loading
+    playbinpool::clear(); // the engines are gone; their kept playbins go before GStreamer
     gst_deinit();
     ::close(lock);
     qInfo("exit");

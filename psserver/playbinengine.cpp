@@ -1,6 +1,7 @@
 #include "playbinengine.h"
 #include "videoout.h"
 #include "playbinengine_p.h"
+#include "playbinpool.h"
 #include "errormap.h"
 #include "pswire.h"
 
@@ -88,7 +89,11 @@ PlaybinEngine::~PlaybinEngine()
 
 bool PlaybinEngine::createPipeline()
 {
-    m_playbin = gst_element_factory_make("playbin", nullptr);
+    m_playbin = playbinpool::take();
+    if (!m_playbin)
+        m_playbin = gst_element_factory_make("playbin", nullptr);
+    m_pipelineReusable = true;
+    ++m_pipelineGeneration;
     if (!m_playbin) {
         qWarning("playbin is not available");
         return false;
@@ -120,6 +125,7 @@ bool PlaybinEngine::createPipeline()
     // Before the pipeline runs, so at once: no chain to rebuild yet.
     if (!m_videoOn)
         applyPlayFlag(m_playbin, kFlagVideo, false);
+    setVideoFilters(m_playbin, videoSink != nullptr || !m_sinks.videoSink.isEmpty());
     if (m_textSink)
         g_object_set(m_playbin, "text-sink", m_textSink, nullptr);
 
@@ -148,7 +154,14 @@ void PlaybinEngine::destroyPipeline()
     GstBus *bus = gst_element_get_bus(m_playbin);
     gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);
     gst_object_unref(bus);
-    gst_object_unref(m_playbin);
+    // Only a playbin that never failed serves another medium: one reused
+    // after a failed preroll can lose the error of the next failure and never
+    // preroll. One that fed a client's channel, or whose preroll the end
+    // broke off, is not kept either.
+    if (m_pipelineReusable && !m_preparePending && !m_videoOut && !m_audioOut)
+        playbinpool::park(m_playbin);
+    else
+        gst_object_unref(m_playbin);
     m_playbin = nullptr;
     m_textSink = nullptr;
 }
@@ -372,6 +385,7 @@ void PlaybinEngine::finishPrepare(int result)
             }
         }
     } else {
+        m_pipelineReusable = false;
         gst_element_set_state(m_playbin, GST_STATE_NULL);
         setEngineState(SPPlayer::STATE_ERROR);
     }
@@ -383,6 +397,7 @@ void PlaybinEngine::cancelPrepare()
     if (!m_preparePending)
         return;
     m_preparePending = false;
+    m_pipelineReusable = false; // left in the middle of a preroll
     m_prepareTimer.stop();
     m_prerollCheck.stop();
     Q_EMIT replyReady(m_prepareSequence, int(pswire::ResultCancelled), QByteArray());

@@ -163,6 +163,14 @@ private:
     std::atomic<bool> m_videoOn{true};
     std::atomic<bool> m_audioOn{true};
     std::atomic<bool> m_hasPipeline{false};
+    // No error and no failed or broken-off preroll on this playbin: it may
+    // serve the next pipeline (playbinpool.h).
+    // Also cleared by the bus handler on a streaming thread, at once: an
+    // error still queued for the engine when the pipeline ends counts.
+    std::atomic<bool> m_pipelineReusable{true};
+    // Counts the pipelines built; read by the bus handler on a streaming
+    // thread to tag what it queues for the engine.
+    std::atomic<quint32> m_pipelineGeneration{0};
     int m_bufferingPercent = -1; // last reported
     QElapsedTimer m_bufferingReported;
     QList<int> m_noticesSent;

@@ -12,9 +12,19 @@ namespace playbinengine {
 // playbin's GstPlayFlags.
 constexpr int kFlagVideo = 1 << 0;
 constexpr int kFlagText = 1 << 2;
+constexpr int kFlagNativeVideo = 1 << 6;
+constexpr int kFlagDeinterlace = 1 << 9;
+constexpr int kFlagSoftColorBalance = 1 << 10;
+// The filters playbin puts between the video decoder and the sink besides
+// the converters (which kFlagNativeVideo leaves out).
+constexpr int kVideoFilterFlags = kFlagDeinterlace | kFlagSoftColorBalance;
 
 // A sink from its gst-launch description; empty: a synchronised fakesink.
 GstElement *makeSink(const QByteArray &description);
+
+// Whether anybody sees the video: with `shown` false the decoder's frames go
+// to the sink as they are, without the chain of filters before it.
+void setVideoFilters(GstElement *playbin, bool shown);
 
 inline qint64 nsToMs(gint64 ns)
 {

@@ -23,6 +23,8 @@ using MessageRef = std::shared_ptr<GstMessage>;
 GstBusSyncReply PlaybinEngine::busSyncHandler(GstBus *, GstMessage *message, gpointer self)
 {
     auto *engine = static_cast<PlaybinEngine *>(self);
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR)
+        engine->m_pipelineReusable = false;
     switch (GST_MESSAGE_TYPE(message)) {
     case GST_MESSAGE_ERROR:
     case GST_MESSAGE_WARNING:
@@ -31,8 +33,14 @@ GstBusSyncReply PlaybinEngine::busSyncHandler(GstBus *, GstMessage *message, gpo
     case GST_MESSAGE_DURATION_CHANGED:
     case GST_MESSAGE_BUFFERING: {
         MessageRef ref(gst_message_ref(message), gst_message_unref);
-        QMetaObject::invokeMethod(engine, [engine, ref] { engine->handleMessage(ref.get()); },
-                                  Qt::QueuedConnection);
+        // A message still queued when its pipeline ended is not news of the
+        // next one: the second error of a failed medium would fail the next
+        // medium's preparation, and a kept playbin is the same object again.
+        const quint32 pipeline = engine->m_pipelineGeneration;
+        QMetaObject::invokeMethod(engine, [engine, ref, pipeline] {
+            if (pipeline == engine->m_pipelineGeneration)
+                engine->handleMessage(ref.get());
+        }, Qt::QueuedConnection);
         break;
     }
     default:

@@ -73,21 +73,30 @@ int PlaybinEngine::changeStream(int type, int index)
 int PlaybinEngine::currentStream(int type) const
 {
     const char *current = nullptr;
+    const char *count = nullptr;
     switch (type) {
     case SPPlayer::STREAM_VIDEO:
         current = "current-video";
+        count = "n-video";
         break;
     case SPPlayer::STREAM_AUDIO:
         current = "current-audio";
+        count = "n-audio";
         break;
     case SPPlayer::STREAM_SUBTITLE:
         if (m_externalCurrent >= 0)
             return streamCount("n-text") + m_externalCurrent;
         current = "current-text";
+        count = "n-text";
         break;
     default:
         return pswire::ResultInvalidArgument;
     }
+    // playbin keeps the index it last chose until a medium with such a
+    // stream comes: a kept playbin (playbinpool.h) would otherwise answer
+    // for a stream of the medium before. None of the kind: none current.
+    if (streamCount(count) == 0)
+        return -1;
     gint index = -1;
     g_object_get(m_playbin, current, &index, nullptr);
     return index;
@@ -117,6 +126,20 @@ void PlaybinEngine::applyPlayFlag(GstElement *playbin, int flag, bool on)
     gint flags = 0;
     g_object_get(playbin, "flags", &flags, nullptr);
     flags = on ? (flags | flag) : (flags & ~flag);
+    g_object_set(playbin, "flags", flags, nullptr);
+}
+
+// Frames that go to the bare fakesink are seen by nobody: the decoder's own
+// format is taken as it is, without the converters, the deinterlacer and the
+// colour balance that playbin otherwise plugs in and negotiates through on
+// every preparation. A real sink (a configured one, a client's video
+// channel) gets them all, as playbin's defaults have it.
+void playbinengine::setVideoFilters(GstElement *playbin, bool shown)
+{
+    gint flags = 0;
+    g_object_get(playbin, "flags", &flags, nullptr);
+    flags = shown ? ((flags | kVideoFilterFlags) & ~kFlagNativeVideo)
+                  : ((flags & ~kVideoFilterFlags) | kFlagNativeVideo);
     g_object_set(playbin, "flags", flags, nullptr);
 }
 

@@ -43,6 +43,8 @@ int PlaybinEngine::attachVideoOut(const QByteArray &token)
     gst_element_get_state(m_playbin, &current, &pending, 0);
     if (current <= GST_STATE_READY && pending == GST_STATE_VOID_PENDING) {
         g_object_set(m_playbin, property, sink, nullptr);
+        if (!channel->isAudio())
+            playbinengine::setVideoFilters(m_playbin, true);
         return pswire::ResultOk;
     }
     // A running pipeline takes a new sink only from READY: go down, swap,
@@ -56,6 +58,8 @@ int PlaybinEngine::attachVideoOut(const QByteArray &token)
     const bool seekBack = havePosition && positionNs > 0 && m_seekable;
     gst_element_set_state(m_playbin, GST_STATE_READY);
     g_object_set(m_playbin, property, sink, nullptr);
+    if (!channel->isAudio())
+        playbinengine::setVideoFilters(m_playbin, true);
     // The preroll at the start is not where the player stands: not shown.
     if (m_videoOut)
         m_videoOut->setMuted(seekBack);
