@@ -4,6 +4,7 @@
 
 #include <cutils/properties.h>
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QEventLoop>
 #include <QtCore/QFile>
@@ -57,6 +58,24 @@ double waitFor(const std::function<bool()> &holds, int timeoutMs, int pollMs)
     if (at < 0 && holds())
         at = nowMs();
     return at;
+}
+
+double waitForFine(const std::function<bool()> &holds, int timeoutMs, int intervalUs)
+{
+    const double start = nowMs();
+    // Between the questions the thread handles its events and then sleeps
+    // out the rest of the interval: a spinning loop would take a core from
+    // the threads that do the playing (on two cores, most of what is left).
+    while (!holds()) {
+        const double askedAt = nowMs();
+        if (askedAt - start > timeoutMs)
+            return -1;
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+        const double left = intervalUs - (nowMs() - askedAt) * 1000.0;
+        if (left > 0)
+            usleep(useconds_t(left));
+    }
+    return nowMs();
 }
 
 void emitSample(const QString &key, double value)

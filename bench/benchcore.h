@@ -18,6 +18,13 @@ double nowMs();
 // (a precise timer) and after every event; returns nowMs() at the first look
 // that found it true, or -1 after `timeoutMs`.
 double waitFor(const std::function<bool()> &holds, int timeoutMs, int pollMs = 1);
+// Like waitFor, but asks every `intervalUs` microseconds, handling the
+// thread's events between the questions; returns nowMs() at the first
+// question answered true, or -1 after `timeoutMs`. A 1 ms poll that starts
+// when a call returns sees a change only at whole milliseconds after that
+// return, which favours whichever player returns later; this one sees it
+// within `intervalUs` whatever the call did.
+double waitForFine(const std::function<bool()> &holds, int timeoutMs, int intervalUs);
 
 // One measured value of the row `key`, as a line on stdout:
 // "sample<TAB>key<TAB>value".

@@ -19,6 +19,9 @@ const qint64 kSeekPlayingMs = 2000;
 const qint64 kSeekPausedMs = 1000;
 // A position is taken as the target when it is this close to it.
 const qint64 kPositionToleranceMs = 40;
+// How often the position is asked after play: well below the millisecond
+// the positions count in, so that the poll's phase decides nothing.
+const int kPlayPollUs = 100;
 
 bool isNetwork(const QString &url)
 {
@@ -79,7 +82,7 @@ int runTransport(const WorkerArgs &args)
         // play -> the first position after the start.
         const double playAt = nowMs();
         player->play();
-        const double playing = waitFor([&] { return player->position() > 0; }, kTransportTimeoutMs);
+        const double playing = waitForFine([&] { return player->position() > 0; }, kTransportTimeoutMs, kPlayPollUs);
 
         // Seek while playing -> the position runs on from the target.
         const double seekAt = nowMs();
