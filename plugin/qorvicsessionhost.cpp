@@ -205,8 +205,10 @@ void QOrvicSessionHost::connectSession()
         }
     }, direct);
     connect(m_session, &S::metadataChanged, this, [this](const QVariantMap &map) {
-        // The cover image may share the engine's pixels: keep a deep copy.
-        const QImage cover = m_session->getID3Pic().copy();
+        // The session hands out a cover with pixels of its own (copied from
+        // the engine's under its lock): a second copy here would only cost
+        // the time of one more on the way to the player's metadata.
+        const QImage cover = m_session->getID3Pic();
         Q_EMIT metadata(m_generation.loadAcquire(), map, cover, streamInfos(map));
     }, direct);
     connect(m_session, &S::metaDataChanged, this, [this](const QString &key, const QVariant &value) {
