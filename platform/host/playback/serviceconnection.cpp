@@ -203,12 +203,6 @@ bool ServiceConnection::isConnected() const
     return m_link == Link::Connected;
 }
 
-bool ServiceConnection::isResponsive() const
-{
-    QMutexLocker lock(&m_mutex);
-    return m_link == Link::Connected && !m_suspect;
-}
-
 void ServiceConnection::linkChanged(Link link)
 {
     bool lost = false;

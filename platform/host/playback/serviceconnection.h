@@ -69,7 +69,6 @@ public:
     void close();
 
     bool isConnected() const;
-    bool isResponsive() const;
 
 private:
     enum class Link { Connecting, Connected, Closed };
