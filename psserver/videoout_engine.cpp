@@ -28,23 +28,27 @@ int PlaybinEngine::attachVideoOut(const QByteArray &token)
         qWarning("video out: no channel said hello with this token");
         return pswire::ResultInvalidArgument;
     }
-    const char *property = channel->isAudio() ? "audio-sink" : "video-sink";
-    if (channel->isAudio())
+    const bool audio = channel->isAudio();
+    if (audio)
         m_audioOut = channel;
     else
         m_videoOut = channel;
     if (!m_playbin)
         return pswire::ResultOk;
-    GstElement *sink = channel->isAudio() ? makeAudioSink() : makeVideoSink();
+    GstElement *sink = audio ? makeAudioSink() : makeVideoSink();
     if (!sink)
         return pswire::ResultFailed;
+    // A picture somebody sees gets playbin's whole chain of video filters.
+    const auto installSink = [this, audio, sink] {
+        g_object_set(m_playbin, audio ? "audio-sink" : "video-sink", sink, nullptr);
+        if (!audio)
+            playbinengine::setVideoFilters(m_playbin, true);
+    };
     GstState current = GST_STATE_NULL;
     GstState pending = GST_STATE_VOID_PENDING;
     gst_element_get_state(m_playbin, &current, &pending, 0);
     if (current <= GST_STATE_READY && pending == GST_STATE_VOID_PENDING) {
-        g_object_set(m_playbin, property, sink, nullptr);
-        if (!channel->isAudio())
-            playbinengine::setVideoFilters(m_playbin, true);
+        installSink();
         return pswire::ResultOk;
     }
     // A running pipeline takes a new sink only from READY: go down, swap,
@@ -57,9 +61,7 @@ int PlaybinEngine::attachVideoOut(const QByteArray &token)
     const GstState target = pending != GST_STATE_VOID_PENDING ? pending : current;
     const bool seekBack = havePosition && positionNs > 0 && m_seekable;
     gst_element_set_state(m_playbin, GST_STATE_READY);
-    g_object_set(m_playbin, property, sink, nullptr);
-    if (!channel->isAudio())
-        playbinengine::setVideoFilters(m_playbin, true);
+    installSink();
     // The preroll at the start is not where the player stands: not shown.
     if (m_videoOut)
         m_videoOut->setMuted(seekBack);
