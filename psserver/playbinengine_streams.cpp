@@ -56,6 +56,8 @@ int PlaybinEngine::changeStream(int type, int index)
     if (index < 0 || index >= streamCount(count))
         return pswire::ResultInvalidArgument;
     g_object_set(m_playbin, current, index, nullptr);
+    if (type == SPPlayer::STREAM_AUDIO)
+        m_audioSwitched = true;
     if (type == SPPlayer::STREAM_SUBTITLE) {
         // Cues of the old stream go; a flushing seek brings the new
         // stream's cues for the current position.

@@ -29,6 +29,8 @@ private Q_SLOTS:
     void reverseRate_data();
     void reverseRate();
     void audioStreamSwitch();
+    void rateAndSeekRightAfterStreamSwitch_data();
+    void rateAndSeekRightAfterStreamSwitch();
     void subtitlesFollowPosition();
     void subtitlesOffStaySilent();
     void externalSubtitleFile();
@@ -222,6 +224,59 @@ void tst_E2ePlayer::audioStreamSwitch()
     QCOMPARE(m_player->changeStream(SPPlayer::STREAM_AUDIO, 0), 0);
     QCOMPARE(m_player->getCurrentStream(SPPlayer::STREAM_AUDIO), 0);
     QCOMPARE(m_player->getState(), int(SPPlayer::STATE_PLAYING));
+}
+
+void tst_E2ePlayer::rateAndSeekRightAfterStreamSwitch_data()
+{
+    QTest::addColumn<bool>("playing");
+    QTest::addColumn<bool>("rateFirst");
+    QTest::addColumn<bool>("rateAfter");
+
+    QTest::newRow("playing: switch, rate, seek") << true << false << true;
+    QTest::newRow("playing: rate, switch, seek") << true << true << false;
+    QTest::newRow("paused: switch, rate, seek") << false << false << true;
+    QTest::newRow("paused: switch, seek") << false << false << false;
+    QTest::newRow("paused: rate, switch, seek") << false << true << false;
+}
+
+// A switch of the audio stream, then flushing seeks (a rate change is one)
+// with nothing waited for between: each call completes, and playback goes on
+// from the target with the new stream at the new rate. In a pause the sink
+// holds its preroll, which is where a seek after a switch used to wait for
+// ever.
+void tst_E2ePlayer::rateAndSeekRightAfterStreamSwitch()
+{
+    QFETCH(bool, playing);
+    QFETCH(bool, rateFirst);
+    QFETCH(bool, rateAfter);
+
+    m_player = open(local("av.mp4"));
+    QVERIFY(m_player);
+    QCOMPARE(playing ? m_player->play() : m_player->pause(), 0);
+    if (playing)
+        QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 200, 3000);
+    if (rateFirst)
+        QCOMPARE(m_player->setSpeed(2.0), 0);
+    QCOMPARE(m_player->changeStream(SPPlayer::STREAM_AUDIO, 1), 0);
+    if (rateAfter)
+        QCOMPARE(m_player->setSpeed(2.0), 0);
+    QCOMPARE(m_player->seekTo(4000), 0);
+    const bool rateChanged = rateFirst || rateAfter;
+    QVERIFY(m_events->waitFor("streamChanged(1,1)"));
+    QCOMPARE(m_player->getCurrentStream(SPPlayer::STREAM_AUDIO), 1);
+    if (!playing) {
+        QTRY_COMPARE_WITH_TIMEOUT(m_player->getPosition(), 4000LL, 3000);
+        QCOMPARE(m_player->getState(), int(SPPlayer::STATE_PAUSED));
+        QCOMPARE(m_player->play(), 0);
+    }
+    if (rateChanged) {
+        QVERIFY(m_events->waitFor("speedChanged(2)"));
+        QCOMPARE(m_player->getSpeed(), 2.0);
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(m_player->getPosition() >= 4600, 3000);
+    QCOMPARE(m_player->getState(), int(SPPlayer::STATE_PLAYING));
+    QCOMPARE(m_player->getCurrentStream(SPPlayer::STREAM_AUDIO), 1);
+    QVERIFY(m_events->eventsNamed("error").isEmpty());
 }
 
 void tst_E2ePlayer::subtitlesFollowPosition()

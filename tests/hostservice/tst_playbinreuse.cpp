@@ -54,6 +54,19 @@ public:
         return replies.isEmpty() ? QByteArray() : replies.last().at(2).toByteArray();
     }
 
+    // Waits until the engine has sent `event` (since the last takeEvents()).
+    bool waitForEvent(quint32 event)
+    {
+        const auto sent = [&] {
+            for (const QList<QVariant> &e : qAsConst(events)) {
+                if (e.at(0).toUInt() == event)
+                    return true;
+            }
+            return false;
+        };
+        return QTest::qWaitFor(sent, kAnswerWaitMs);
+    }
+
     // Events since the last call of this, as "event: arguments".
     QStringList takeEvents()
     {
@@ -177,8 +190,12 @@ void tst_PlaybinReuse::keptPlaybinCarriesNothingOver()
         QCOMPARE(run.call(pswire::OpSetUrl, {media("av.mp4")}).toInt(), int(pswire::ResultOk));
         QCOMPARE(run.call(pswire::OpSetSubUrl, {media("cues.srt")}).toInt(), int(pswire::ResultOk));
         QCOMPARE(run.call(pswire::OpPrepare).toInt(), int(pswire::ResultOk));
-        QCOMPARE(run.call(pswire::OpSetSpeed, {2.0}).toInt(), int(pswire::ResultOk));
+        // The switch first: the rate's flushing seek then comes while the
+        // sink holds its preroll with the former stream's data.
         QCOMPARE(run.call(pswire::OpChangeStream, {int(SPPlayer::STREAM_AUDIO), 1}).toInt(), int(pswire::ResultOk));
+        QCOMPARE(run.call(pswire::OpSetSpeed, {2.0}).toInt(), int(pswire::ResultOk));
+        // Told once the seek has settled: the playbin is not left in a preroll.
+        QVERIFY(run.waitForEvent(pswire::EvSpeedChanged));
         QCOMPARE(run.call(pswire::OpSetStreamVolume, {30}).toInt(), int(pswire::ResultOk));
         QCOMPARE(run.call(pswire::OpSetParameter, {0, QByteArray("set-audio-onoff"), QByteArray(1, '\0')}).toInt(),
                  int(pswire::ResultOk));
