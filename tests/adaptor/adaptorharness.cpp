@@ -152,12 +152,12 @@ QStringList availabilityDropped()
 
 } // namespace media
 
-QStringList closeHarness(std::unique_ptr<AdaptorHarness> &harness)
+QString closeHarness(std::unique_ptr<AdaptorHarness> &harness)
 {
     const QStringList violations =
         harness && harness->checker ? harness->checker->violations() : QStringList();
     harness.reset();
-    return violations;
+    return violations.join(QLatin1Char('\n'));
 }
 
 bool isMetadataQuery(const QString &call)

@@ -109,8 +109,9 @@ private:
 };
 
 // Destroys the harness (if any) and returns the state transitions its checker
-// refused; for a test's cleanup: QCOMPARE(closeHarness(h), QStringList()).
-QStringList closeHarness(std::unique_ptr<AdaptorHarness> &harness);
+// refused, one a line (empty: none), so that a failing comparison shows them;
+// for a test's cleanup: QCOMPARE(closeHarness(h), QString()).
+QString closeHarness(std::unique_ptr<AdaptorHarness> &harness);
 
 // Names of the engine queries made by the metadata collection.
 bool isMetadataQuery(const QString &call);

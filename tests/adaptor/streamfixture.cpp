@@ -16,7 +16,7 @@ void StreamFixture::setUp()
 
 void StreamFixture::tearDown()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void StreamFixture::openMedium(Medium medium, const QString &url)

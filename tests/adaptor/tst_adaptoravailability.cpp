@@ -66,7 +66,7 @@ void tst_AdaptorAvailability::init()
 
 void tst_AdaptorAvailability::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void tst_AdaptorAvailability::openAnnouncesAvailability()

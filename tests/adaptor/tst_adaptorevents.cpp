@@ -130,7 +130,7 @@ void tst_AdaptorEvents::init()
 
 void tst_AdaptorEvents::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void tst_AdaptorEvents::sinkEvents_data()

@@ -67,7 +67,7 @@ void tst_AdaptorOpen::init()
 
 void tst_AdaptorOpen::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void tst_AdaptorOpen::openLocalMedium()

@@ -72,7 +72,7 @@ void tst_AdaptorPicture::init()
 
 void tst_AdaptorPicture::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void tst_AdaptorPicture::coverThroughTheSession()

@@ -47,7 +47,7 @@ void tst_AdaptorPlay::init()
 
 void tst_AdaptorPlay::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void tst_AdaptorPlay::playFromPrepared()

@@ -66,7 +66,7 @@ void tst_AdaptorThreads::init()
 
 void tst_AdaptorThreads::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void tst_AdaptorThreads::recoveryLeavesTheEngineOfARunningCommand_data()

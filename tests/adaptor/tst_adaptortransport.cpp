@@ -63,7 +63,7 @@ void tst_AdaptorTransport::init()
 
 void tst_AdaptorTransport::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void tst_AdaptorTransport::pauseSpeedTolerance_data()

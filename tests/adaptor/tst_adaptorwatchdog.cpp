@@ -64,7 +64,7 @@ void tst_AdaptorWatchdog::init()
 
 void tst_AdaptorWatchdog::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 int tst_AdaptorWatchdog::restarts() const

@@ -71,7 +71,7 @@ void tst_MetadataInvoke::init()
 
 void tst_MetadataInvoke::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 void tst_MetadataInvoke::recordsRegisteredOnFirstUse()

@@ -64,7 +64,7 @@ void tst_SessionDestruction::init()
 
 void tst_SessionDestruction::cleanup()
 {
-    QCOMPARE(closeHarness(h), QStringList());
+    QCOMPARE(closeHarness(h), QString());
 }
 
 QOrvicPlayerSession *tst_SessionDestruction::releaseSession()
