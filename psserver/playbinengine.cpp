@@ -93,7 +93,7 @@ bool PlaybinEngine::createPipeline()
     if (!m_playbin)
         m_playbin = gst_element_factory_make("playbin", nullptr);
     m_pipelineReusable = true;
-    m_audioSwitched = false;
+    m_switchedStreams = 0;
     ++m_pipelineGeneration;
     if (!m_playbin) {
         qWarning("playbin is not available");

@@ -14,6 +14,7 @@
 #include <QtCore/QString>
 #include <QtCore/QTimer>
 #include <QtCore/QVariant>
+#include <QtCore/QVector>
 
 #include <gst/gst.h>
 
@@ -112,10 +113,10 @@ private:
     void emitEvent(quint32 event, const QVariantList &arguments = QVariantList());
     bool isPrepared() const;
     bool seekWithRate(double rate, qint64 positionMs);
-    // After an audio stream switch: starts a flush of the audio chain through
-    // the newly active input, ahead of a flushing seek (see the definition).
-    // The pad flushed, to stop the flush if no seek follows; null: none.
-    GstPad *flushAfterAudioSwitch();
+    // Ahead of a flushing seek: starts a flush of each chain whose stream
+    // was switched since the last one, through its newly active input (see
+    // the definition). The pads flushed, to stop the flush if no seek follows.
+    QVector<GstPad *> flushSwitchedChains();
     void seekSettled();
     void clearSeek();
     static void applyPlayFlag(GstElement *playbin, int flag, bool on);
@@ -193,8 +194,8 @@ private:
     // Read by the socket thread too (a position asked of the store).
     std::atomic<bool> m_seekPending{false};
     bool m_speedPending = false;
-    // The audio stream was switched since the last flushing seek.
-    bool m_audioSwitched = false;
+    // Kinds of stream switched since the last flushing seek (1 << type).
+    unsigned m_switchedStreams = 0;
     QTimer m_tick;
     SubtitleScheduler m_subtitles;
     ExternalSubtitles m_external;

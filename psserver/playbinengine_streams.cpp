@@ -11,6 +11,32 @@ using playback::SPPlayer;
 namespace {
 // Languages are handed back in the engine's 8-byte field, NUL included.
 const int kLanguageBytes = 7;
+
+// playbin's names for one kind of stream.
+struct StreamKind
+{
+    const char *count;     // how many the medium has
+    const char *current;   // the one in use
+    const char *inputPad;  // action signal: the selector's input of a stream
+};
+
+// Null for a type that is not a kind of stream.
+const StreamKind *streamKind(int type)
+{
+    static const StreamKind video = {"n-video", "current-video", "get-video-pad"};
+    static const StreamKind audio = {"n-audio", "current-audio", "get-audio-pad"};
+    static const StreamKind text = {"n-text", "current-text", "get-text-pad"};
+    switch (type) {
+    case SPPlayer::STREAM_VIDEO:
+        return &video;
+    case SPPlayer::STREAM_AUDIO:
+        return &audio;
+    case SPPlayer::STREAM_SUBTITLE:
+        return &text;
+    default:
+        return nullptr;
+    }
+}
 } // namespace
 
 int PlaybinEngine::streamCount(const char *property) const
@@ -22,30 +48,15 @@ int PlaybinEngine::streamCount(const char *property) const
 
 int PlaybinEngine::changeStream(int type, int index)
 {
-    const char *count = nullptr;
-    const char *current = nullptr;
-    switch (type) {
-    case SPPlayer::STREAM_VIDEO:
-        count = "n-video";
-        current = "current-video";
-        break;
-    case SPPlayer::STREAM_AUDIO:
-        count = "n-audio";
-        current = "current-audio";
-        break;
-    case SPPlayer::STREAM_SUBTITLE:
-        count = "n-text";
-        current = "current-text";
-        break;
-    default:
+    const StreamKind *kind = streamKind(type);
+    if (!kind)
         return pswire::ResultInvalidArgument;
-    }
     if (!isPrepared())
         return pswire::ResultInvalidState;
     if (type == SPPlayer::STREAM_SUBTITLE) {
         if (index < 0 || index >= subtitleCount())
             return pswire::ResultInvalidArgument;
-        const int embedded = streamCount(count);
+        const int embedded = streamCount(kind->count);
         if (index >= embedded) {
             showExternalSubtitles(index - embedded);
             emitEvent(pswire::EvStreamChanged, {type, index});
@@ -53,11 +64,10 @@ int PlaybinEngine::changeStream(int type, int index)
         }
         m_externalCurrent = -1;
     }
-    if (index < 0 || index >= streamCount(count))
+    if (index < 0 || index >= streamCount(kind->count))
         return pswire::ResultInvalidArgument;
-    g_object_set(m_playbin, current, index, nullptr);
-    if (type == SPPlayer::STREAM_AUDIO)
-        m_audioSwitched = true;
+    g_object_set(m_playbin, kind->current, index, nullptr);
+    m_switchedStreams |= 1u << type;
     if (type == SPPlayer::STREAM_SUBTITLE) {
         // Cues of the old stream go; a flushing seek brings the new
         // stream's cues for the current position.
@@ -72,35 +82,48 @@ int PlaybinEngine::changeStream(int type, int index)
     return pswire::ResultOk;
 }
 
+// playbin's stream selectors hand on the flush of their active input only.
+// The streaming thread of the input that was active before a switch may
+// still be inside the chain behind the selector, waiting there for room
+// (while the sink holds its preroll: in a pause, or before the pipeline runs
+// again after a seek). A seek's flush comes to that input: the selector drops
+// it, the chain stays blocked, and the seek waits for that thread for ever.
+// Flushing each switched chain through its active input first lets that
+// thread go; the seek's own flush stop then ends the flush.
+QVector<GstPad *> PlaybinEngine::flushSwitchedChains()
+{
+    QVector<GstPad *> flushed;
+    for (int type : {SPPlayer::STREAM_VIDEO, SPPlayer::STREAM_AUDIO, SPPlayer::STREAM_SUBTITLE}) {
+        if (!(m_switchedStreams & (1u << type)))
+            continue;
+        const StreamKind *kind = streamKind(type);
+        gint index = -1;
+        g_object_get(m_playbin, kind->current, &index, nullptr);
+        GstPad *pad = nullptr;
+        g_signal_emit_by_name(m_playbin, kind->inputPad, index, &pad);
+        if (!pad)
+            continue;
+        gst_pad_send_event(pad, gst_event_new_flush_start());
+        flushed.append(pad);
+    }
+    m_switchedStreams = 0;
+    return flushed;
+}
+
 int PlaybinEngine::currentStream(int type) const
 {
-    const char *current = nullptr;
-    const char *count = nullptr;
-    switch (type) {
-    case SPPlayer::STREAM_VIDEO:
-        current = "current-video";
-        count = "n-video";
-        break;
-    case SPPlayer::STREAM_AUDIO:
-        current = "current-audio";
-        count = "n-audio";
-        break;
-    case SPPlayer::STREAM_SUBTITLE:
-        if (m_externalCurrent >= 0)
-            return streamCount("n-text") + m_externalCurrent;
-        current = "current-text";
-        count = "n-text";
-        break;
-    default:
+    const StreamKind *kind = streamKind(type);
+    if (!kind)
         return pswire::ResultInvalidArgument;
-    }
+    if (type == SPPlayer::STREAM_SUBTITLE && m_externalCurrent >= 0)
+        return streamCount(kind->count) + m_externalCurrent;
     // playbin keeps the index it last chose until a medium with such a
     // stream comes: a kept playbin (playbinpool.h) would otherwise answer
     // for a stream of the medium before. None of the kind: none current.
-    if (streamCount(count) == 0)
+    if (streamCount(kind->count) == 0)
         return -1;
     gint index = -1;
-    g_object_get(m_playbin, current, &index, nullptr);
+    g_object_get(m_playbin, kind->current, &index, nullptr);
     return index;
 }
 

@@ -90,31 +90,9 @@ int PlaybinEngine::reset()
     return pswire::ResultOk;
 }
 
-// playbin's audio selector hands on the flush of its active input only. The
-// streaming thread of the input that was active before a switch may still be
-// inside the audio chain, waiting there for room (while the sink holds its
-// preroll, in a pause or before the pipeline runs again after a seek). A
-// seek's flush comes to that input first: the selector drops it, the chain
-// stays blocked, and the seek waits for that thread for ever. Flushing the
-// chain through the active input first lets that thread go; the seek's own
-// flush stop then ends the flush.
-GstPad *PlaybinEngine::flushAfterAudioSwitch()
-{
-    if (!m_audioSwitched)
-        return nullptr;
-    m_audioSwitched = false;
-    gint index = -1;
-    g_object_get(m_playbin, "current-audio", &index, nullptr);
-    GstPad *pad = nullptr;
-    g_signal_emit_by_name(m_playbin, "get-audio-pad", index, &pad);
-    if (pad)
-        gst_pad_send_event(pad, gst_event_new_flush_start());
-    return pad;
-}
-
 bool PlaybinEngine::seekWithRate(double rate, qint64 positionMs)
 {
-    GstPad *flushed = flushAfterAudioSwitch();
+    const QVector<GstPad *> flushed = flushSwitchedChains();
     const gint64 ns = qMax<qint64>(0, positionMs) * GST_MSECOND;
     const auto flags = GstSeekFlags(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
     const gboolean sent = rate > 0
@@ -122,11 +100,11 @@ bool PlaybinEngine::seekWithRate(double rate, qint64 positionMs)
                                GST_SEEK_TYPE_SET, GST_CLOCK_TIME_NONE)
             : gst_element_seek(m_playbin, rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, 0,
                                GST_SEEK_TYPE_SET, ns);
-    if (flushed) {
+    for (GstPad *pad : flushed) {
         // Without a seek nothing else would end the flush.
         if (!sent)
-            gst_pad_send_event(flushed, gst_event_new_flush_stop(FALSE));
-        gst_object_unref(flushed);
+            gst_pad_send_event(pad, gst_event_new_flush_stop(FALSE));
+        gst_object_unref(pad);
     }
     if (sent) {
         m_lastPositionMs = positionMs;

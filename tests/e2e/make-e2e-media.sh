@@ -52,6 +52,26 @@ fi
 # The MP4 with its index in front, as a streaming server offers it.
 [ -s av-indexed.mp4 ] || ff -i av.mp4 -map 0 -c copy -movflags +faststart av-indexed.mp4
 
+# The MP4 with a second, German subtitle track: its cues at the same times,
+# other words.
+if [ ! -s twosubs.mp4 ]; then
+    cat > cues-de.srt <<'SRT'
+1
+00:00:00,500 --> 00:00:01,500
+Erste Zeile
+
+2
+00:00:02,000 --> 00:00:03,000
+Zweite Zeile
+
+3
+00:00:04,000 --> 00:00:05,000
+Dritte Zeile
+SRT
+    ff -i av.mp4 -i cues-de.srt -map 0 -map 1:s -c copy -c:s mov_text \
+       -metadata:s:s:1 language=ger twosubs.mp4
+fi
+
 # Broken media: zero bytes; the first half of the MP4 (its index is written
 # last, so the half has none); the first half of an MP4 with its index in
 # front (plays until the data runs out); an MP4 file type box followed by

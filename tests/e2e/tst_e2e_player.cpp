@@ -33,6 +33,8 @@ private Q_SLOTS:
     void rateAndSeekRightAfterStreamSwitch();
     void subtitlesFollowPosition();
     void subtitlesOffStaySilent();
+    void embeddedSubtitleStreamSwitch_data();
+    void embeddedSubtitleStreamSwitch();
     void externalSubtitleFile();
     void pauseStopAndReset();
     void volume();
@@ -322,6 +324,54 @@ void tst_E2ePlayer::subtitlesOffStaySilent()
 }
 
 // A subtitle file next to an audio-only medium: its markup arrives as plain text.
+void tst_E2ePlayer::embeddedSubtitleStreamSwitch_data()
+{
+    QTest::addColumn<bool>("playing");
+    QTest::addColumn<QString>("cue");
+    QTest::addColumn<QString>("otherStreamsCue");
+
+    // Switched while paused at the start, then sent into the third cue: once
+    // playing, that cue comes from the new stream.
+    QTest::newRow("paused") << false << "Dritte Zeile" << "Third line";
+    // Switched while playing the first cue: the next cue comes from the new stream.
+    QTest::newRow("playing") << true << "Zweite Zeile" << QString::fromUtf8("Zweite Zeile äöü");
+}
+
+// A switch between the medium's two subtitle streams (with a flushing seek of
+// the engine's own), paused or playing: the call completes, the cues come
+// from the new stream and playback goes on.
+void tst_E2ePlayer::embeddedSubtitleStreamSwitch()
+{
+    QFETCH(bool, playing);
+    QFETCH(QString, cue);
+    QFETCH(QString, otherStreamsCue);
+
+    m_player = open(local("twosubs.mp4"));
+    QVERIFY(m_player);
+    QCOMPARE(setFlag(m_player.get(), "mPlayer", "set-subtitle-onoff", true), 0);
+    if (playing) {
+        QCOMPARE(m_player->play(), 0);
+        QVERIFY(m_events->waitFor("subtitleChanged(First line,1)"));
+    } else {
+        QCOMPARE(m_player->pause(), 0);
+    }
+    const int cuesBefore = m_events->eventsNamed("subtitleChanged").size();
+    QCOMPARE(m_player->changeStream(SPPlayer::STREAM_SUBTITLE, 1), 0);
+    QCOMPARE(m_player->getCurrentStream(SPPlayer::STREAM_SUBTITLE), 1);
+    QVERIFY(m_events->waitFor("streamChanged(3,1)"));
+    if (!playing) {
+        QCOMPARE(m_player->seekTo(4200), 0);
+        QCOMPARE(m_player->getState(), int(SPPlayer::STATE_PAUSED));
+        QCOMPARE(m_player->play(), 0);
+    }
+    QVERIFY(m_events->waitFor(QStringLiteral("subtitleChanged(%1,1)").arg(cue)));
+    const QStringList cuesAfter = m_events->eventsNamed("subtitleChanged").mid(cuesBefore);
+    QVERIFY2(!cuesAfter.contains(QStringLiteral("subtitleChanged(%1,1)").arg(otherStreamsCue)),
+             qPrintable(cuesAfter.join(QLatin1Char(' '))));
+    QCOMPARE(m_player->getState(), int(SPPlayer::STATE_PLAYING));
+    QVERIFY(m_events->eventsNamed("error").isEmpty());
+}
+
 void tst_E2ePlayer::externalSubtitleFile()
 {
     m_player.reset(SPPlayer::create("Qspmediaplayer", m_events.get()));
