@@ -5,6 +5,8 @@
 
 #include <QtTest/QtTest>
 
+#include <thread>
+
 using namespace orvictest;
 using S = QOrvicPlayerSession;
 using Cause = StateTransitionChecker::Cause;
@@ -34,6 +36,7 @@ private Q_SLOTS:
     void flagsUnannouncedStateAtTheEnd();
     void acceptsFailedOpen();
     void flagsSilentStopOfAStop();
+    void acceptsTheIdleOfAnInitSeenFromAnotherThread();
     void realSessionPassesCleanly();
 };
 
@@ -250,6 +253,40 @@ void tst_StateTransitionChecker::flagsSilentStopOfAStop()
     QCOMPARE(checker.transitions(), QStringList({"5->3", "3->2 silently", "2->2"}));
     // ... and its own announcement of Stop then follows Stop, not Preparing.
     QCOMPARE(checker.violations(), QStringList({"unannounced 3->2 (stop)", "2->2 (stop)"}));
+}
+
+// An init (here of a restart) stores Idle on its way to Initialized. A line
+// that another thread logs meanwhile (a client's call, a time update) sees
+// Idle stored: that is the init's, not a state that was never announced.
+void tst_StateTransitionChecker::acceptsTheIdleOfAnInitSeenFromAnotherThread()
+{
+    AdaptorHarness h;
+    h.useMedium(Medium::LocalVideo);
+    h.start();
+    h.openAndPlay(kMovie);
+    StateTransitionChecker checker(h.session.get(), h.log.get());
+    // The init's reset of the stream counts is signalled between its Idle
+    // and its Initialized, on its own thread.
+    S::PlayerState storedMeanwhile = S::Player_Play;
+    QObject::connect(h.session.get(), &S::videoAvailableChanged, h.session.get(), [&] {
+        storedMeanwhile = h.session->state();
+        std::thread([] {
+            QMessageLogger("qorvicplayersession", 1, "void anotherThread()", "default")
+                    .debug("D/OPSession anotherThread(1):a line meanwhile");
+        }).join();
+    }, Qt::DirectConnection);
+    h.d->reset();
+    QCOMPARE(storedMeanwhile, S::Player_Idle);
+    QCOMPARE(checker.transitions(), QStringList({"5->1"}));
+    QCOMPARE(checker.violations(), QStringList());
+    // Once the init is over, a stored Idle is flagged again.
+    h.d->mCurrentState = S::Player_Idle;
+    std::thread([] {
+        QMessageLogger("qorvicplayersession", 1, "void anotherThread()", "default")
+                .debug("D/OPSession anotherThread(1):a line after");
+    }).join();
+    QCOMPARE(checker.violations(), QStringList({"unannounced 1->0 (?)"}));
+    h.d->mCurrentState = S::Player_Initialized;
 }
 
 void tst_StateTransitionChecker::realSessionPassesCleanly()

@@ -72,6 +72,8 @@ struct StateTransitionChecker::Shared {
     // whether an announcement is under way (stored, not yet signalled).
     QHash<QThread *, Cause> causes;
     QSet<QThread *> announcing;
+    // Threads inside an init: from its first line to its Initialized.
+    QSet<QThread *> initialising;
 
     State stored() const { return session ? session->state() : last; }
 
@@ -104,12 +106,13 @@ struct StateTransitionChecker::Shared {
     }
 
     // The stored state must be the last announced one, except for the Idle
-    // that init stores on its way to Initialized.
+    // that an init stores on its way to Initialized (seen by any thread's
+    // line while the init runs).
     void checkStored(State now, Cause cause)   // with mutex held
     {
         if (now == last || !announcing.isEmpty())
             return;
-        if (now == S::Player_Idle && cause == Cause::Init)
+        if (now == S::Player_Idle && (cause == Cause::Init || !initialising.isEmpty()))
             return;
         unannounced(now, name(cause));
     }
@@ -129,6 +132,8 @@ struct StateTransitionChecker::Shared {
         announcing.remove(entry.thread);
         const Cause cause = causeOf(function);
         causes.insert(entry.thread, cause);
+        if (cause == Cause::Init)
+            initialising.insert(entry.thread);
         if (now == last || !announcing.isEmpty() || !session) {
             checkStored(now, cause);
             return;
@@ -152,6 +157,8 @@ struct StateTransitionChecker::Shared {
     {
         QMutexLocker lock(&mutex);
         announcing.remove(QThread::currentThread());
+        if (to == S::Player_Initialized)
+            initialising.remove(QThread::currentThread());
         announce(to, causeHere());
     }
 
