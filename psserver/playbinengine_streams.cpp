@@ -89,7 +89,8 @@ int PlaybinEngine::changeStream(int type, int index)
 // again after a seek). A seek's flush comes to that input: the selector drops
 // it, the chain stays blocked, and the seek waits for that thread for ever.
 // Flushing each switched chain through its active input first lets that
-// thread go; the seek's own flush stop then ends the flush.
+// thread go; the seek's own flush stop then ends the flush (see also
+// seekWithRate()).
 QVector<GstPad *> PlaybinEngine::flushSwitchedChains()
 {
     QVector<GstPad *> flushed;

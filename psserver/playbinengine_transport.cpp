@@ -92,14 +92,27 @@ int PlaybinEngine::reset()
 
 bool PlaybinEngine::seekWithRate(double rate, qint64 positionMs)
 {
-    const QVector<GstPad *> flushed = flushSwitchedChains();
     const gint64 ns = qMax<qint64>(0, positionMs) * GST_MSECOND;
     const auto flags = GstSeekFlags(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
-    const gboolean sent = rate > 0
-            ? gst_element_seek(m_playbin, rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, ns,
-                               GST_SEEK_TYPE_SET, GST_CLOCK_TIME_NONE)
-            : gst_element_seek(m_playbin, rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, 0,
-                               GST_SEEK_TYPE_SET, ns);
+    const auto seekEvent = [&] {
+        return rate > 0 ? gst_event_new_seek(rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, ns,
+                                             GST_SEEK_TYPE_SET, GST_CLOCK_TIME_NONE)
+                        : gst_event_new_seek(rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, 0,
+                                             GST_SEEK_TYPE_SET, ns);
+    };
+    const QVector<GstPad *> flushed = flushSwitchedChains();
+    gboolean sent = gst_element_send_event(m_playbin, seekEvent());
+    if (!sent && !flushed.isEmpty()) {
+        // The seek goes up from the sinks, and a flushing chain does not
+        // pass it: with no other chain (a medium of audio streams alone) it
+        // failed. It goes up from before the flushed selector instead; the
+        // demuxer's flush then ends that flush, with a new segment.
+        GstPad *upstream = gst_pad_get_peer(flushed.first());
+        if (upstream) {
+            sent = gst_pad_send_event(upstream, seekEvent());
+            gst_object_unref(upstream);
+        }
+    }
     for (GstPad *pad : flushed) {
         // Without a seek nothing else would end the flush.
         if (!sent)

@@ -52,6 +52,9 @@ fi
 # The MP4 with its index in front, as a streaming server offers it.
 [ -s av-indexed.mp4 ] || ff -i av.mp4 -map 0 -c copy -movflags +faststart av-indexed.mp4
 
+# The two audio tracks alone: a medium whose only chain is the audio one.
+[ -s twoaudio.m4a ] || ff -i av.mp4 -map 0:a -c copy twoaudio.m4a
+
 # The MP4 with a second, German subtitle track: its cues at the same times,
 # other words.
 if [ ! -s twosubs.mp4 ]; then
