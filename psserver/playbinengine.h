@@ -100,6 +100,9 @@ private:
     int setParameter(const QByteArray &key, const QByteArray &value);
     int getParameter(const QByteArray &key, QByteArray *output) const;
     int subtitleLanguage(int index, QByteArray *output) const;
+    // The tags of embedded subtitle stream `index`, waited for a little when
+    // they have not come yet (see the definition); null: none.
+    GstTagList *textTags(int index) const;
     // Video to a client's channel (videoout_engine.cpp).
     int attachVideoOut(const QByteArray &token);
     GstElement *makeVideoSink();

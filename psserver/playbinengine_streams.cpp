@@ -5,6 +5,12 @@
 #include "errormap.h"
 #include "pswire.h"
 
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QMutex>
+#include <QtCore/QWaitCondition>
+
+#include <memory>
+
 using namespace playbinengine;
 using playback::SPPlayer;
 
@@ -19,6 +25,9 @@ struct StreamKind
     const char *current;   // the one in use
     const char *inputPad;  // action signal: the selector's input of a stream
 };
+
+// The longest wait for the tags of an embedded subtitle stream (below).
+const int kTextTagsWaitMs = 300;
 
 // Null for a type that is not a kind of stream.
 const StreamKind *streamKind(int type)
@@ -240,8 +249,7 @@ int PlaybinEngine::subtitleLanguage(int index, QByteArray *output) const
         *output = m_external.stream(index - embedded).language.left(kLanguageBytes);
         return pswire::ResultOk;
     }
-    GstTagList *tags = nullptr;
-    g_signal_emit_by_name(m_playbin, "get-text-tags", index, &tags);
+    GstTagList *tags = textTags(index);
     output->clear();
     if (tags) {
         gchar *code = nullptr;
@@ -251,4 +259,56 @@ int PlaybinEngine::subtitleLanguage(int index, QByteArray *output) const
         gst_tag_list_unref(tags);
     }
     return pswire::ResultOk;
+}
+
+// The demuxers send a tag list ahead of each stream's data, with the codec at
+// least. A subtitle stream is sparse and its sink does not hold the preroll:
+// the preparation can end before that list has come down a subtitle stream,
+// and its language would read as none. Until the list has come (at most
+// kTextTagsWaitMs), the question waits for it.
+GstTagList *PlaybinEngine::textTags(int index) const
+{
+    GstTagList *tags = nullptr;
+    g_signal_emit_by_name(m_playbin, "get-text-tags", index, &tags);
+    if (tags)
+        return tags;
+    GstPad *pad = nullptr;
+    g_signal_emit_by_name(m_playbin, "get-text-pad", index, &pad);
+    if (!pad)
+        return nullptr;
+    struct Arrival
+    {
+        QMutex mutex;
+        QWaitCondition came;
+        bool tagged = false;
+    };
+    // Shared with the probe: a call of it under way on a streaming thread
+    // may outlast its removal, and GStreamer drops its share only after that.
+    const auto arrival = std::make_shared<Arrival>();
+    const gulong probe = gst_pad_add_probe(
+            pad, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
+            [](GstPad *, GstPadProbeInfo *info, gpointer data) {
+                if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_TAG) {
+                    Arrival &arrival = **static_cast<std::shared_ptr<Arrival> *>(data);
+                    QMutexLocker lock(&arrival.mutex);
+                    arrival.tagged = true;
+                    arrival.came.wakeAll();
+                }
+                return GST_PAD_PROBE_OK;
+            },
+            new std::shared_ptr<Arrival>(arrival),
+            [](gpointer data) { delete static_cast<std::shared_ptr<Arrival> *>(data); });
+    // Asked again with the probe in place: a list that came in between is seen.
+    g_signal_emit_by_name(m_playbin, "get-text-tags", index, &tags);
+    if (!tags) {
+        const QDeadlineTimer deadline(kTextTagsWaitMs);
+        QMutexLocker lock(&arrival->mutex);
+        while (!arrival->tagged && arrival->came.wait(&arrival->mutex, deadline)) {
+        }
+    }
+    gst_pad_remove_probe(pad, probe);
+    gst_object_unref(pad);
+    if (!tags)
+        g_signal_emit_by_name(m_playbin, "get-text-tags", index, &tags);
+    return tags;
 }
