@@ -60,7 +60,8 @@ int tst_E2eEngineWalk::step(QRandomGenerator &rng, QStringList *calls)
     static const double rates[] = {1.0, 2.0, 0.5, -1.0, 4.0};
     QString call;
     int result = 0;
-    switch (rng.bounded(12)) {
+    const int op = rng.bounded(12);
+    switch (op) {
     case 0:
         call = QStringLiteral("play");
         result = m_player->play();
@@ -81,34 +82,30 @@ int tst_E2eEngineWalk::step(QRandomGenerator &rng, QStringList *calls)
         result = m_player->setSpeed(rate);
         break;
     }
-    case 4: {
-        const int index = rng.bounded(2);
-        call = QStringLiteral("audio stream %1").arg(index);
-        result = m_player->changeStream(SPPlayer::STREAM_AUDIO, index);
-        break;
-    }
+    case 4:
     case 5: {
+        // The audio and the subtitle streams: two of each.
+        const bool audio = op == 4;
         const int index = rng.bounded(2);
-        call = QStringLiteral("subtitle stream %1").arg(index);
-        result = m_player->changeStream(SPPlayer::STREAM_SUBTITLE, index);
+        call = QStringLiteral("%1 stream %2").arg(audio ? "audio" : "subtitle").arg(index);
+        result = m_player->changeStream(audio ? SPPlayer::STREAM_AUDIO : SPPlayer::STREAM_SUBTITLE, index);
         break;
     }
-    case 6: {
-        const bool on = rng.bounded(2);
-        call = QStringLiteral("video %1").arg(on);
-        result = setFlag(m_player.get(), "mDecoder", "set-video-onoff", on);
-        break;
-    }
-    case 7: {
-        const bool on = rng.bounded(2);
-        call = QStringLiteral("audio %1").arg(on);
-        result = setFlag(m_player.get(), "mDecoder", "set-audio-onoff", on);
-        break;
-    }
+    case 6:
+    case 7:
     case 8: {
+        static const struct
+        {
+            const char *name;
+            const char *target;
+            const char *key;
+        } switches[] = {{"video", "mDecoder", "set-video-onoff"},
+                        {"audio", "mDecoder", "set-audio-onoff"},
+                        {"subtitles", "mPlayer", "set-subtitle-onoff"}};
+        const auto &onOff = switches[op - 6];
         const bool on = rng.bounded(2);
-        call = QStringLiteral("subtitles %1").arg(on);
-        result = setFlag(m_player.get(), "mPlayer", "set-subtitle-onoff", on);
+        call = QStringLiteral("%1 %2").arg(QLatin1String(onOff.name)).arg(on);
+        result = setFlag(m_player.get(), onOff.target, onOff.key, on);
         break;
     }
     case 9: {
