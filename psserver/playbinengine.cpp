@@ -2,6 +2,7 @@
 #include "videoout.h"
 #include "playbinengine_p.h"
 #include "playbinpool.h"
+#include "textsinkflush.h"
 #include "errormap.h"
 #include "pswire.h"
 
@@ -114,6 +115,7 @@ bool PlaybinEngine::createPipeline()
             return onNewTextSample(GST_ELEMENT(sink), self);
         };
         gst_app_sink_set_callbacks(GST_APP_SINK(m_textSink), &callbacks, this, nullptr);
+        guardFlushStops(m_textSink);
     }
     // A client's video channel, when one is attached, else the configured sink.
     GstElement *videoSink = makeVideoSink();

@@ -35,6 +35,7 @@ private Q_SLOTS:
     void subtitlesOffStaySilent();
     void embeddedSubtitleStreamSwitch_data();
     void embeddedSubtitleStreamSwitch();
+    void subtitleSwitchesInAPause();
     void externalSubtitleFile();
     void pauseStopAndReset();
     void volume();
@@ -378,6 +379,26 @@ void tst_E2ePlayer::embeddedSubtitleStreamSwitch()
     QCOMPARE(m_player->getState(), int(SPPlayer::STATE_PLAYING));
     const QStringList errors = m_events->eventsNamed("error");
     QVERIFY2(errors.isEmpty(), qPrintable(errors.join(QLatin1Char(' ')) + QLatin1Char('\n') + m_runtime->daemonLog()));
+}
+
+// Subtitle switches in a pause, back to back, each stream chosen twice in a
+// row: every switch seeks (with a flush) while playbin's sink bin may still be
+// flushing its subtitle chain after the switch before. Every call is
+// answered, and the cues then come from the stream chosen last.
+void tst_E2ePlayer::subtitleSwitchesInAPause()
+{
+    const int switches = 40;
+    m_player = open(local("twosubs.mp4"));
+    QVERIFY(m_player);
+    QCOMPARE(setFlag(m_player.get(), "mPlayer", "set-subtitle-onoff", true), 0);
+    QCOMPARE(m_player->pause(), 0);
+    for (int i = 0; i < switches; ++i)
+        QCOMPARE(m_player->changeStream(SPPlayer::STREAM_SUBTITLE, (i / 2) % 2), 0);
+    QCOMPARE(m_player->getCurrentStream(SPPlayer::STREAM_SUBTITLE), 1);
+    QCOMPARE(m_player->seekTo(4200), 0);
+    QCOMPARE(m_player->play(), 0);
+    QVERIFY(m_events->waitFor("subtitleChanged(Dritte Zeile,1)"));
+    QCOMPARE(m_player->getState(), int(SPPlayer::STATE_PLAYING));
 }
 
 void tst_E2ePlayer::externalSubtitleFile()
