@@ -5,9 +5,9 @@
 // streams. No call may time out or find the service unresponsive, and the
 // player must still play at the end.
 //
-// Run by hand, through scripts/enginewalk.sh. ORVIC_E2E_WALK_STEPS sets the
-// calls of a walk (default 60) and ORVIC_E2E_WALK_SEEDS the number of walks
-// (default 2; seeds 1, 2, ...). A failing walk names its seed and its last
+// The suite runs the defaults; scripts/enginewalk.sh runs more and longer
+// walks. ORVIC_E2E_WALK_STEPS sets the calls of a walk (default 60) and
+// ORVIC_E2E_WALK_SEEDS the number of walks (default 2; seeds 1, 2, ...). A failing walk names its seed and its last
 // calls; the same seed repeats the same calls, though not their timing.
 #include "playerfixture.h"
 
