@@ -272,7 +272,10 @@ void tst_PluginMedia::subtitleFilesBesideTheMedium()
                                    QStringLiteral("und"), QStringLiteral("ru")};
     for (int i = 0; i < types.size(); ++i) {
         QCOMPARE(streams->streamType(i), types.at(i));
-        QCOMPARE(streams->metaData(i, QMediaMetaData::Language).toString(), languages.at(i));
+        const QString language = streams->metaData(i, QMediaMetaData::Language).toString();
+        QVERIFY2(language == languages.at(i), qPrintable(QStringLiteral("stream %1: \"%2\", not \"%3\"")
+                                                                 .arg(i)
+                                                                 .arg(language, languages.at(i))));
     }
 
     // The Russian file, switched on before playing: its lines from the start.
